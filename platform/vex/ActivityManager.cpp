@@ -1,0 +1,167 @@
+#include "platform/vex/ActivityManager.h"
+
+#include <algorithm>
+#include <thread>
+
+#include "platform/vex/Assert.h"
+
+namespace Vex {
+namespace {
+thread_local ActivityManager* currentManager = nullptr;
+}
+
+namespace detail {
+void deferNotification(NotifieeBase* n, std::string key, std::function<void()> fire) {
+  auto* am = ActivityManager::current();
+  VEX_ASSERT_MSG(am, "deferred notification without an activity manager");
+  am->deferredIs(n, std::move(key), std::move(fire));
+}
+}  // namespace detail
+
+Clock::~Clock() {
+  if (manager_) {
+    manager_->unschedule(this);
+    manager_->clockGone(this);
+  }
+}
+
+void Clock::timeMinIs(Seconds t) {
+  bool changed = t != timeMin_;
+  if (manager_) manager_->unschedule(this);
+  timeMin_ = t;
+  if (manager_ && isFinite(t)) manager_->schedule(this);
+  if (changed) notify(&Notifiee::onTimeMin);
+}
+
+void Clock::fire() { notify(&Notifiee::onTime); }
+
+ActivityManager::ActivityManager(std::unique_ptr<TimeSource> source) : source_(std::move(source)), previous_(currentManager) {
+  currentManager = this;
+}
+
+ActivityManager::~ActivityManager() {
+  for (Clock* c : clocks_) {
+    c->manager_ = nullptr;
+    c->scheduled_ = false;
+  }
+  for (auto& d : deferred_) d.notifiee->pendingDeferred_ = 0;
+  if (currentManager == this) currentManager = previous_;
+}
+
+ActivityManager* ActivityManager::current() { return currentManager; }
+
+Ptr<Clock> ActivityManager::clockNew() {
+  Ptr<Clock> c(new Clock(this));
+  clocks_.push_back(c.get());
+  return c;
+}
+
+void ActivityManager::clockGone(Clock* c) { clocks_.erase(std::remove(clocks_.begin(), clocks_.end(), c), clocks_.end()); }
+
+void ActivityManager::schedule(Clock* c) {
+  c->seq_ = nextSeq_++;
+  c->scheduled_ = true;
+  schedule_.emplace(c->timeMin_, c->seq_, c);
+}
+
+void ActivityManager::unschedule(Clock* c) {
+  if (!c->scheduled_) return;
+  schedule_.erase({c->timeMin_, c->seq_, c});
+  c->scheduled_ = false;
+}
+
+Seconds ActivityManager::nextTime() const {
+  if (!deferred_.empty()) return now();
+  return schedule_.empty() ? kNever : std::get<0>(*schedule_.begin());
+}
+
+void ActivityManager::deferredIs(NotifieeBase* n, std::string key, std::function<void()> fire) {
+  if (deferredIndex_.count(key)) return;  // coalesced with the delivery already queued
+  deferredIndex_.emplace(key, deferred_.size());
+  deferred_.push_back({n, std::move(key), std::move(fire)});
+  ++n->pendingDeferred_;
+}
+
+void ActivityManager::deferredCancel(NotifieeBase* n) {
+  for (auto& d : deferred_) {
+    if (d.notifiee == n) {
+      d.notifiee = nullptr;
+      d.fire = nullptr;
+    }
+  }
+}
+
+bool ActivityManager::runDeferred() {
+  bool ran = false;
+  while (!deferred_.empty()) {
+    auto batch = std::move(deferred_);
+    deferred_.clear();
+    deferredIndex_.clear();
+    for (auto& d : batch)
+      if (d.notifiee) --d.notifiee->pendingDeferred_;
+    for (auto& d : batch) {
+      if (!d.fire) continue;
+      if (d.notifiee && !d.notifiee->notificationActive()) continue;
+      Seconds start = now();
+      d.fire();
+      longestSlice_ = std::max(longestSlice_, now() - start);
+      ran = true;
+    }
+  }
+  return ran;
+}
+
+bool ActivityManager::runOnce() {
+  bool ran = runDeferred();
+  Seconds t = now();
+  std::vector<Ptr<Clock>> due;
+  for (auto const& [when, seq, clock] : schedule_) {
+    if (when > t) break;
+    due.emplace_back(clock);
+  }
+  for (auto& c : due) {
+    if (!c->scheduled_ || c->timeMin_ > t) continue;  // re-armed or disarmed by an earlier handler
+    unschedule(c.get());
+    Seconds start = now();
+    c->fire();
+    longestSlice_ = std::max(longestSlice_, now() - start);
+    ran = true;
+    runDeferred();
+  }
+  return ran;
+}
+
+void ActivityManager::waitUntil(Seconds t) {
+  if (source_->isVirtual()) {
+    source_->advanceTo(t);
+  } else if (isFinite(t)) {
+    Seconds dt = t - now();
+    if (dt > 0) std::this_thread::sleep_for(std::chrono::duration<double>(dt));
+  }
+}
+
+void ActivityManager::runUntil(Seconds t) {
+  stopped_ = false;
+  while (!stopped_) {
+    if (runOnce()) continue;
+    Seconds next = nextTime();
+    if (next > t) {
+      if (now() < t) waitUntil(t);
+      if (nextTime() > now()) break;
+      continue;
+    }
+    waitUntil(next);
+  }
+}
+
+void ActivityManager::run() {
+  stopped_ = false;
+  while (!stopped_) {
+    if (runOnce()) continue;
+    Seconds next = nextTime();
+    if (!isFinite(next)) break;
+    waitUntil(next);
+  }
+}
+
+}  // namespace Vex

@@ -1,0 +1,79 @@
+#pragma once
+// Entities: reference-counted objects whose attribute changes are told to
+// their notifiees.
+//
+// A derived entity's mutator changes its state and then calls
+// notify(&Notifiee::onX) or notify(&Notifiee::onX, key). A mutator that
+// changes nothing must not notify. Handlers may add or remove notifiees and
+// mutate the entity while they run; a notifiee added during a delivery is
+// not told about that delivery.
+#include <functional>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "platform/vex/Notifiee.h"
+#include "platform/vex/Ptr.h"
+
+namespace Vex {
+
+namespace detail {
+// Queues a deferred delivery on the current activity manager, coalesced by key.
+void deferNotification(NotifieeBase* n, std::string key, std::function<void()> fire);
+}  // namespace detail
+
+class Entity : public RefCounted {
+ public:
+  Entity() = default;
+  std::size_t notifieeCount() const;
+
+  void notifieeAdd(NotifieeBase* n) const;
+  void notifieeDel(NotifieeBase* n) const;
+
+ protected:
+  ~Entity() override;
+
+  template <class N, class... P, class... A>
+  void notify(void (N::*handler)(P...), A const&... args) const;
+
+ private:
+  void compact() const;
+  template <class N, class... P, class... A>
+  static std::string coalesceKey(NotifieeBase* n, void (N::*handler)(P...), A const&... args);
+
+  mutable std::vector<NotifieeBase*>* notifiees_ = nullptr;
+  mutable std::uint16_t iterating_ = 0;
+  mutable bool holes_ = false;
+};
+
+template <class N, class... P, class... A>
+std::string Entity::coalesceKey(NotifieeBase* n, void (N::*handler)(P...), A const&... args) {
+  std::ostringstream os;
+  os << static_cast<void const*>(n) << '/';
+  auto const* bytes = reinterpret_cast<unsigned char const*>(&handler);
+  for (std::size_t i = 0; i < sizeof handler; ++i) os << static_cast<int>(bytes[i]) << '.';
+  ((os << '/' << args), ...);
+  return os.str();
+}
+
+template <class N, class... P, class... A>
+void Entity::notify(void (N::*handler)(P...), A const&... args) const {
+  if (!notifiees_ || notifiees_->empty()) return;
+  // Holds the entity through delivery; not during construction, when nothing owns it yet.
+  Ptr<Entity const> keepAlive(references() ? this : nullptr);
+  ++iterating_;
+  std::size_t const n = notifiees_->size();
+  for (std::size_t i = 0; i < n; ++i) {
+    NotifieeBase* nb = (*notifiees_)[i];
+    if (!nb || !nb->active_) continue;
+    auto* target = static_cast<N*>(nb);
+    if (nb->deferred_) {
+      detail::deferNotification(nb, coalesceKey(nb, handler, args...), [target, handler, args...] { (target->*handler)(args...); });
+    } else {
+      (target->*handler)(args...);
+    }
+  }
+  if (--iterating_ == 0 && holes_) compact();
+}
+
+}  // namespace Vex
