@@ -1,0 +1,59 @@
+#pragma once
+// An IPv4 or IPv6 address. Compact (17 bytes), totally ordered (IPv4 before
+// IPv6, then by bytes), hashable; text form "10.1.2.3" or "ff02::1".
+#include <array>
+#include <compare>
+#include <cstdint>
+#include <functional>
+#include <ostream>
+#include <string>
+#include <string_view>
+
+#include "platform/net/AddressFamily.h"
+#include "platform/vex/Strep.h"
+
+namespace Netcore {
+
+class IpGenAddr {
+ public:
+  IpGenAddr() = default;  // the unknown-family, all-zero address
+  static IpGenAddr v4(std::uint32_t hostOrder);
+  static IpGenAddr v6(std::array<std::uint8_t, 16> const& bytes);
+  // Parses "a.b.c.d" or an IPv6 text; throws Vex::ParseError naming the text.
+  explicit IpGenAddr(std::string_view text);
+
+  AddressFamily af() const { return af_; }
+  bool isV4() const { return af_ == AddressFamily::ipv4; }
+  bool isV6() const { return af_ == AddressFamily::ipv6; }
+  // The IPv4 address in host order (0 for other families).
+  std::uint32_t v4Addr() const;
+  std::array<std::uint8_t, 16> const& bytes() const { return bytes_; }
+  bool isMulticast() const;
+  bool isZero() const;
+  std::string stringValue() const;
+
+  // Keeps the first len bits, zeroes the rest.
+  IpGenAddr masked(unsigned len) const;
+
+  friend bool operator==(IpGenAddr const&, IpGenAddr const&) = default;
+  friend std::strong_ordering operator<=>(IpGenAddr const& a, IpGenAddr const& b) {
+    if (auto c = a.af_ <=> b.af_; c != 0) return c;
+    return a.bytes_ <=> b.bytes_;
+  }
+  std::size_t hash() const;
+
+ private:
+  std::array<std::uint8_t, 16> bytes_{};  // IPv4 in the first 4 bytes, network order
+  AddressFamily af_ = AddressFamily::ipunknown;
+};
+
+std::ostream& operator<<(std::ostream& os, IpGenAddr const& a);
+void strepOut(std::ostream& os, IpGenAddr const& a);
+IpGenAddr strepIn(Vex::StrepParser& p, Vex::StrepTag<IpGenAddr>);
+
+}  // namespace Netcore
+
+template <>
+struct std::hash<Netcore::IpGenAddr> {
+  std::size_t operator()(Netcore::IpGenAddr const& a) const noexcept { return a.hash(); }
+};
