@@ -71,7 +71,7 @@ class HashColl {
       }
     }
     void sync() const {
-      if (coll_->version_ == version_) return;
+      if (!coll_ || coll_->version_ == version_) return;
       auto* self = const_cast<Iterator*>(this);
       if (node_) self->node_ = coll_->successor(hash_, key_, /*inclusive=*/true);
       self->version_ = coll_->version_;

@@ -23,7 +23,7 @@ class OrderedColl {
     V const& value() const { return sync(), it_->second; }
     std::pair<K const, V> const& operator*() const { return sync(), *it_; }
     std::pair<K const, V> const* operator->() const { return &**this; }
-    bool done() const { return sync(), it_ == coll_->map_.end(); }
+    bool done() const { return sync(), !coll_ || it_ == coll_->map_.end(); }
     explicit operator bool() const { return !done(); }
     Iterator& operator++() {
       if (coll_->erasures_ != erasures_) {
@@ -44,13 +44,15 @@ class OrderedColl {
     friend class OrderedColl;
     Iterator(OrderedColl const* c, typename Map::const_iterator it) : coll_(c), it_(it), erasures_(c->erasures_) { remember(); }
     void remember() {
-      if (it_ != coll_->map_.end()) key_ = it_->first;
+      atEnd_ = it_ == coll_->map_.end();
+      if (!atEnd_) key_ = it_->first;
     }
     // After an erasure, find our place again: our member, or its successor.
+    // An iterator that has run off the end stays there.
     void sync() const {
-      if (coll_->erasures_ == erasures_) return;
+      if (!coll_ || coll_->erasures_ == erasures_) return;
       auto* self = const_cast<Iterator*>(this);
-      self->it_ = coll_->map_.lower_bound(key_);
+      self->it_ = atEnd_ ? coll_->map_.end() : coll_->map_.lower_bound(key_);
       self->erasures_ = coll_->erasures_;
       self->remember();
     }
@@ -58,6 +60,7 @@ class OrderedColl {
     typename Map::const_iterator it_;
     std::uint64_t erasures_ = 0;
     K key_{};
+    bool atEnd_ = true;
   };
   // Range-for support: `for (auto& [k, v] : coll)` (do not erase inside such a loop; use Iterator).
   auto begin() const { return map_.begin(); }
