@@ -44,7 +44,8 @@ ActivityManager::~ActivityManager() {
     c->manager_ = nullptr;
     c->scheduled_ = false;
   }
-  for (auto& d : deferred_) d.notifiee->pendingDeferred_ = 0;
+  for (std::size_t i = deferredHead_; i < deferred_.size(); ++i)
+    if (auto* n = deferred_[i].notifiee) n->pendingDeferred_ = 0;
   if (currentManager == this) currentManager = previous_;
 }
 
@@ -71,7 +72,7 @@ void ActivityManager::unschedule(Clock* c) {
 }
 
 Seconds ActivityManager::nextTime() const {
-  if (!deferred_.empty()) return now();
+  if (deferredPending() > 0) return now();
   return schedule_.empty() ? kNever : std::get<0>(*schedule_.begin());
 }
 
@@ -83,7 +84,8 @@ void ActivityManager::deferredIs(NotifieeBase* n, std::string key, std::function
 }
 
 void ActivityManager::deferredCancel(NotifieeBase* n) {
-  for (auto& d : deferred_) {
+  for (std::size_t i = deferredHead_; i < deferred_.size(); ++i) {
+    auto& d = deferred_[i];
     if (d.notifiee == n) {
       d.notifiee = nullptr;
       d.fire = nullptr;
@@ -91,23 +93,25 @@ void ActivityManager::deferredCancel(NotifieeBase* n) {
   }
 }
 
+// Entries stay in deferred_ until they run, so a reactor destroyed by an
+// earlier handler of the same batch is still found and cancelled by
+// deferredCancel. A delivery queued while its key is still waiting coalesces
+// with it; once an entry has started, a new change queues a new delivery.
 bool ActivityManager::runDeferred() {
   bool ran = false;
-  while (!deferred_.empty()) {
-    auto batch = std::move(deferred_);
-    deferred_.clear();
-    deferredIndex_.clear();
-    for (auto& d : batch)
-      if (d.notifiee) --d.notifiee->pendingDeferred_;
-    for (auto& d : batch) {
-      if (!d.fire) continue;
-      if (d.notifiee && !d.notifiee->notificationActive()) continue;
-      Seconds start = now();
-      d.fire();
-      longestSlice_ = std::max(longestSlice_, now() - start);
-      ran = true;
-    }
+  while (deferredHead_ < deferred_.size()) {
+    Deferred d = std::move(deferred_[deferredHead_++]);
+    deferredIndex_.erase(d.key);
+    if (!d.notifiee) continue;  // cancelled
+    --d.notifiee->pendingDeferred_;
+    if (!d.notifiee->notificationActive()) continue;
+    Seconds start = now();
+    d.fire();
+    longestSlice_ = std::max(longestSlice_, now() - start);
+    ran = true;
   }
+  deferred_.clear();
+  deferredHead_ = 0;
   return ran;
 }
 

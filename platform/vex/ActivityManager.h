@@ -50,7 +50,7 @@ class ActivityManager {
   // The time of the next armed clock, or kNever.
   Seconds nextTime() const;
   std::size_t clocksScheduled() const { return schedule_.size(); }
-  std::size_t deferredPending() const { return deferred_.size(); }
+  std::size_t deferredPending() const { return deferred_.size() - deferredHead_; }
   // The longest single handler (clock or deferred delivery) run so far.
   Seconds longestSlice() const { return longestSlice_; }
 
@@ -74,7 +74,9 @@ class ActivityManager {
     std::string key;
     std::function<void()> fire;
   };
+  // Queued deliveries; those before deferredHead_ have run or are running.
   std::vector<Deferred> deferred_;
+  std::size_t deferredHead_ = 0;
   std::unordered_map<std::string, std::size_t> deferredIndex_;
   std::vector<Clock*> clocks_;
   Seconds longestSlice_ = 0;
