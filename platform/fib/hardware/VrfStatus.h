@@ -1,0 +1,52 @@
+#pragma once
+// The routes of one VRF in the multicast FIB hardware status.
+//
+// Routes are kept in a hashed collection that iterates in a stable hash order
+// and can be positioned where a key stands even when that key has gone, so an
+// activity review can stop and resume at a bookmarked route.
+#include <cstddef>
+
+#include "platform/fib/IpGenRouteKey.h"
+#include "platform/fib/hardware/RouteStatus.h"
+#include "platform/types/VrfName.h"
+#include "platform/vex/Entity.h"
+#include "platform/vex/HashColl.h"
+#include "platform/vex/Ptr.h"
+
+namespace Routing::Multicast::Fib::Hardware {
+
+class VrfStatus : public Vex::Entity {
+ public:
+  class Notifiee : public Vex::NotifieeOf<VrfStatus> {
+   public:
+    virtual void onRoute(IpGenRouteKey const&) {}
+  };
+  using RouteColl = Vex::HashColl<IpGenRouteKey, Vex::Ptr<RouteStatus>>;
+
+  explicit VrfStatus(L3::VrfName name) : name_(std::move(name)) {}
+  ~VrfStatus() override;
+
+  L3::VrfName const& name() const { return name_; }
+
+  // The route's status, or null.
+  Vex::Ptr<RouteStatus> route(IpGenRouteKey const& key) {
+    auto const* r = route_.find(key);
+    return r ? *r : nullptr;
+  }
+  Vex::Ptr<RouteStatus const> route(IpGenRouteKey const& key) const { return const_cast<VrfStatus*>(this)->route(key); }
+  // Returns the route's status, creating it (and notifying) when absent.
+  Vex::Ptr<RouteStatus> routeIs(IpGenRouteKey const& key);
+  void routeDel(IpGenRouteKey const& key);
+  void routeDelAll();
+  std::size_t routeSize() const { return route_.size(); }
+  // In stable hash order; survives deletion of any member.
+  RouteColl::Iterator routeIterator() const { return route_.iterator(); }
+  // Positioned at key, or at the route that follows where key would stand.
+  RouteColl::Iterator routeIterator(IpGenRouteKey const& key) const { return route_.iterator(key); }
+
+ private:
+  L3::VrfName const name_;
+  RouteColl route_;
+};
+
+}  // namespace Routing::Multicast::Fib::Hardware
