@@ -1,0 +1,173 @@
+#include <algorithm>
+#include <functional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "platform/vex/HashColl.h"
+#include "platform/vex/OrderedColl.h"
+#include "platform/vex/Ptr.h"
+
+namespace {
+
+struct Ordered {
+  template <class K, class V>
+  using Coll = Vex::OrderedColl<K, V>;
+};
+struct Hashed {
+  template <class K, class V>
+  using Coll = Vex::HashColl<K, V>;
+};
+struct KindName {
+  template <class T>
+  static std::string GetName(int) {
+    return std::is_same_v<T, Ordered> ? "Ordered" : "Hashed";
+  }
+};
+
+template <class C>
+std::vector<int> keysOf(C const& c) {
+  std::vector<int> out;
+  for (auto it = c.iterator(); it; ++it) out.push_back(it.key());
+  return out;
+}
+
+template <class Kind>
+class CollTest : public ::testing::Test {
+ protected:
+  typename Kind::template Coll<int, int> coll_;
+};
+using Kinds = ::testing::Types<Ordered, Hashed>;
+TYPED_TEST_SUITE(CollTest, Kinds, KindName);
+
+TYPED_TEST(CollTest, IterationSurvivesErasingTheCurrentMemberAndOthers) {
+  auto& c = this->coll_;
+  for (int k = 0; k < 300; ++k) c.set(k, k);
+  auto const order = keysOf(c);
+  // Visiting k erases k itself, k + 1 and k + 50 (wherever those stand in the order).
+  std::set<int> erased;
+  std::vector<int> expected;
+  for (int k : order) {
+    if (erased.count(k)) continue;
+    expected.push_back(k);
+    if (k % 3 == 0)
+      for (int gone : {k, k + 1, k + 50})
+        if (gone < 300) erased.insert(gone);
+  }
+  std::vector<int> visited;
+  for (auto it = c.iterator(); it; ++it) {
+    int k = it.key();
+    visited.push_back(k);
+    if (k % 3 == 0) {
+      c.erase(k);
+      c.erase(k + 1);
+      c.erase(k + 50);
+    }
+  }
+  EXPECT_EQ(visited, expected);
+  EXPECT_EQ(c.size(), 300 - erased.size());
+}
+
+TYPED_TEST(CollTest, IterationSurvivesInsertionsThatGrowTheCollection) {
+  auto& c = this->coll_;
+  for (int k = 0; k < 8; ++k) c.set(k, k);
+  int next = 1000;
+  std::vector<int> visited;
+  for (auto it = c.iterator(); it; ++it) {
+    visited.push_back(it.key());
+    for (int j = 0; j < 64 && next < 4000; ++j) c.set(next++, 0);
+  }
+  auto const order = keysOf(c);
+  std::vector<std::size_t> positions;
+  for (int k : visited) positions.push_back(std::find(order.begin(), order.end(), k) - order.begin());
+  EXPECT_TRUE(std::is_sorted(positions.begin(), positions.end()));
+  EXPECT_EQ(std::adjacent_find(positions.begin(), positions.end()), positions.end()) << "a member was visited twice";
+  for (int k = 0; k < 8; ++k) EXPECT_NE(std::find(visited.begin(), visited.end(), k), visited.end()) << k;
+}
+
+TYPED_TEST(CollTest, IteratorAtTheEndStaysThereAfterAnErasure) {
+  auto& c = this->coll_;
+  for (int k = 1; k <= 3; ++k) c.set(k, k);
+  auto it = c.iterator();
+  while (it) ++it;
+  c.erase(2);
+  EXPECT_TRUE(it.done());
+  c.clear();
+  EXPECT_TRUE(it.done());
+}
+
+TYPED_TEST(CollTest, SetAndEraseReportWhetherAnythingChanged) {
+  auto& c = this->coll_;
+  EXPECT_TRUE(c.set(1, 10));
+  EXPECT_FALSE(c.set(1, 10));
+  EXPECT_TRUE(c.set(1, 11));
+  EXPECT_EQ(*c.find(1), 11);
+  EXPECT_TRUE(c.erase(1));
+  EXPECT_FALSE(c.erase(1));
+  EXPECT_EQ(c.find(1), nullptr);
+}
+
+// A value whose release calls back into the collection that held it.
+struct Releaser : Vex::RefCounted {
+  explicit Releaser(int id) : id(id) {}
+  ~Releaser() override {
+    if (onRelease) onRelease();
+  }
+  int id;
+  std::function<void()> onRelease;
+};
+
+TYPED_TEST(CollTest, RemovalDetachesTheMemberBeforeReleasingItsValue) {
+  typename TypeParam::template Coll<int, Vex::Ptr<Releaser>> c;
+  std::vector<std::string> seen;
+  auto a = Vex::make<Releaser>(1);
+  a->onRelease = [&] { seen.push_back("erase again " + std::string(c.erase(5) ? "found it" : "missed") + ", size " + std::to_string(c.size())); };
+  auto b = Vex::make<Releaser>(2);
+  b->onRelease = [&] { seen.push_back("replaced by " + std::to_string((*c.find(6))->id)); };
+  auto d = Vex::make<Releaser>(4);
+  d->onRelease = [&] { seen.push_back("cleared, size " + std::to_string(c.size())); };
+  c.set(5, std::exchange(a, nullptr));
+  c.set(6, std::exchange(b, nullptr));
+  c.erase(5);
+  c.set(6, Vex::make<Releaser>(3));
+  c.set(7, std::exchange(d, nullptr));
+  c.clear();
+  EXPECT_EQ(seen, (std::vector<std::string>{"erase again missed, size 1", "replaced by 3", "cleared, size 0"}));
+}
+
+TEST(HashCollTest, OrderIsStableAcrossGrowthAndInsertionHistory) {
+  Vex::HashColl<int, int> forward, backward;
+  for (int k = 0; k < 10; ++k) forward.set(k, k);
+  auto const small = keysOf(forward);
+  for (int k = 10; k < 5000; ++k) forward.set(k, k);
+  for (int k = 4999; k >= 0; --k) backward.set(k, k);
+  auto const grown = keysOf(forward);
+  std::vector<int> firstTen;
+  std::copy_if(grown.begin(), grown.end(), std::back_inserter(firstTen), [](int k) { return k < 10; });
+  EXPECT_EQ(firstTen, small);
+  EXPECT_EQ(keysOf(backward), grown);
+  EXPECT_NE(grown, [] { std::vector<int> v(5000); for (int i = 0; i < 5000; ++i) v[i] = i; return v; }()) << "not hashed";
+}
+
+TEST(HashCollTest, IteratorAtAnAbsentKeyLandsOnItsSuccessorInIterationOrder) {
+  Vex::HashColl<int, int> all, evens;
+  for (int k = 0; k < 2000; ++k) {
+    all.set(k, k);
+    if (k % 2 == 0) evens.set(k, k);
+  }
+  auto const order = keysOf(all);
+  for (std::size_t i = 0; i < order.size(); ++i) {
+    auto succ = std::find_if(order.begin() + i, order.end(), [](int k) { return k % 2 == 0; });
+    auto it = evens.iterator(order[i]);
+    if (succ == order.end()) {
+      EXPECT_TRUE(it.done()) << order[i];
+    } else {
+      ASSERT_FALSE(it.done()) << order[i];
+      EXPECT_EQ(it.key(), *succ) << order[i];
+    }
+  }
+}
+
+}  // namespace
