@@ -10,6 +10,7 @@
 #include <functional>
 #include <sstream>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "platform/vex/Notifiee.h"
@@ -66,7 +67,15 @@ void Entity::notify(void (N::*handler)(P...), A const&... args) const {
   for (std::size_t i = 0; i < n; ++i) {
     NotifieeBase* nb = (*notifiees_)[i];
     if (!nb || !nb->active_) continue;
-    auto* target = static_cast<N*>(nb);
+    N* target;
+    if constexpr (std::is_same_v<typename N::Notifier::Notifiee, N>) {
+      target = static_cast<N*>(nb);
+    } else {
+      // A derived entity's own notifiee: reactors of the base entity type may
+      // be attached too and have no such handler.
+      target = dynamic_cast<N*>(nb);
+      if (!target) continue;
+    }
     if (nb->deferred_) {
       detail::deferNotification(nb, coalesceKey(nb, handler, args...), [target, handler, args...] { (target->*handler)(args...); });
     } else {

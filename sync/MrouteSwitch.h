@@ -1,0 +1,153 @@
+#pragma once
+// Fal::MrouteSwitch: the per-chip book of programmed multicast routes,
+// boundary entries and replication-table entries (OIF sets) of the
+// synchronous flavour.
+//
+// The platform's route programmer drives it through MrouteLib::SwitchChip;
+// it programs hardware only through the hook object. It shares one
+// Fal::MtableOifSet among all routes with the same MrouteLib::OifSet, keeps
+// freed sets as zombies for zombieLifetime seconds so a returning route can
+// reuse the entry, and records full route, boundary and replication tables in
+// the three free flags of SwitchChip.
+#include <absl/container/flat_hash_map.h>
+#include <absl/container/flat_hash_set.h>
+
+#include <cstdint>
+
+#include "model/MrouteSmHelper.h"
+#include "model/MtableOifSetPtr.h"
+#include "model/RouteKeyVlanId.h"
+#include "model/ZombieKey.h"
+#include "platform/fal/FalCommonSmData.h"
+#include "platform/fal/L3Status.h"
+#include "platform/fal/VerifyData.h"
+#include "platform/fib/hardware/Status.h"
+#include "platform/intf/IpStatus.h"
+#include "platform/mroutelib/SwitchChip.h"
+#include "platform/vex/OrderedColl.h"
+#include "sync/Boundary.h"
+#include "sync/MtableOifSet.h"
+#include "sync/Route.h"
+
+namespace Fal {
+
+class MrouteSwitch : public MrouteLib::SwitchChip {
+ public:
+  class Notifiee : public MrouteLib::SwitchChip::Notifiee {
+   public:
+    // The zombie collection changed under key.
+    virtual void onZombieOifSet(ZombieKey const& key) {}
+  };
+
+  using HwStatus = Routing::Multicast::Fib::Hardware::Status;
+  using IpGenRouteKey = Routing::Multicast::Fib::IpGenRouteKey;
+  // Keyed by the identity of the platform OIF set.
+  using OifSetMap = absl::flat_hash_map<MrouteLib::OifSet const*, MtableOifSetPtr>;
+  // Ordered so that a review pass can resume at a saved position.
+  using FrrOifSetColl = Vex::OrderedColl<MrouteLib::OifSet const*, MtableOifSetPtr>;
+
+  static constexpr Vex::Seconds kDefaultZombieLifetime = 4.0;
+
+  MrouteSwitch(std::uint32_t switchId, Vex::Ptr<FalCommonSmData> const& acsd, Vex::Ptr<L3Status> const& l3Status,
+               Vex::Ptr<FalHelper::MrouteSmHelper> const& mrouteHelper, Vex::Ptr<Ip::Status const> const& ipStatus,
+               Vex::Ptr<HwStatus const> const& mfibHwStatus, Vex::Ptr<HwStatus const> const& mfib6HwStatus);
+  ~MrouteSwitch() override;
+
+  std::uint32_t switchId() const { return chipId(); }
+  Vex::Ptr<FalCommonSmData> const& acsd() const { return acsd_; }
+  Vex::Ptr<L3Status> const& l3Status() const { return l3Status_; }
+  Vex::Ptr<FalHelper::MrouteSmHelper> const& mrouteHelper() const { return mrouteHelper_; }
+  Vex::Ptr<Ip::Status const> const& ipStatus() const { return ipStatus_; }
+  Vex::Ptr<HwStatus const> const& mfibHwStatus() const { return mfibHwStatus_; }
+  Vex::Ptr<HwStatus const> const& mfib6HwStatus() const { return mfib6HwStatus_; }
+  Vex::Ptr<VerifyData> verifyData() const { return acsd_ ? acsd_->verifyData() : nullptr; }
+  bool initialized() const { return initialized_; }
+  bool deleted() const { return deleted_; }
+  void deletedIs(bool v) { deleted_ = v; }
+  Vex::Seconds zombieLifetime() const { return zombieLifetime_; }
+  void zombieLifetimeIs(Vex::Seconds s) { zombieLifetime_ = s; }
+
+  // Routes and boundary entries by hardware handle.
+  Vex::Ptr<Route> route(MrouteLib::RouteHandle h) const;
+  std::size_t routeSize() const { return route_.size(); }
+  absl::flat_hash_map<MrouteLib::RouteHandle, Vex::Ptr<Route>> const& routes() const { return route_; }
+  Vex::Ptr<Boundary> boundary(MrouteLib::RouteHandle h) const;
+  std::size_t boundarySize() const { return boundary_.size(); }
+  absl::flat_hash_map<MrouteLib::RouteHandle, Vex::Ptr<Boundary>> const& boundaries() const { return boundary_; }
+  // The handle of the route with this key and accepting VLAN, or the invalid handle.
+  MrouteLib::RouteHandle routeKeyToHandle(RouteKeyVlanId const& k) const;
+  std::size_t routeKeyToHandleSize() const { return routeKeyToHandle_.size(); }
+
+  // The sharing table: the live set that programs each platform OIF set.
+  MtableOifSetPtr inUseOifSet(MrouteLib::OifSet const* oifSet) const;
+  std::size_t inUseOifSetSize() const { return inUseOifSet_.size(); }
+  bool oifSetIndexColl(std::uint32_t index) const { return oifSetIndexColl_.contains(index); }
+  std::size_t oifSetIndexCollSize() const { return oifSetIndexColl_.size(); }
+
+  // Zombies, ordered by expiry then index; the first expires next.
+  Vex::OrderedColl<ZombieKey, Vex::Ptr<MtableOifSet>> const& zombieOifSet() const { return zombieOifSet_; }
+  void zombieOifSetIs(Vex::Ptr<MtableOifSet> const& set);
+  void zombieOifSetDel(ZombieKey const& key);
+  void zombieOifSetDelAll();
+
+  // Sets with fast-reroute outputs, and those waiting to be rewritten.
+  FrrOifSetColl const& frrMtableOifSet() const { return frrMtableOifSet_; }
+  void frrMtableOifSetDel(MrouteLib::OifSet const* oifSet) { frrMtableOifSet_.erase(oifSet); }
+  FrrOifSetColl const& frrProcessingOifSet() const { return frrProcessingOifSet_; }
+  void frrProcessingOifSetIs(MrouteLib::OifSet const* oifSet, MtableOifSetPtr set) { frrProcessingOifSet_.set(oifSet, set); }
+  void frrProcessingOifSetDel(MrouteLib::OifSet const* oifSet) { frrProcessingOifSet_.erase(oifSet); }
+
+  // MrouteLib::SwitchChip
+  void doAllocateRoute(IpGenRouteKey const& key, Bridging::VlanIdOrNone acceptingVlanId, bool bridge,
+                       Vex::Ptr<MrouteLib::MtableOifSet> oifSet, bool fastdrop, bool noRpf, std::uint16_t rpaId,
+                       L3::VrfName vrfName) override;
+  void doSetMtableOifSet(MrouteLib::RouteHandle handle, Vex::Ptr<MrouteLib::MtableOifSet> oifSet) override;
+  void doDeleteRoute(MrouteLib::RouteHandle handle) override;
+  void doAllocateMtableOifSet(Vex::Ptr<MrouteLib::OifSet const> oifSet) override;
+  void doCommitRouteBatch() override;
+
+  // Called by a set's doCleanup when its last reference goes.
+  void handleFreeMtableOifSet(Vex::Ptr<MtableOifSet> const& set);
+  void handleVerify();
+  void handleInitialized();
+  // Releases every route, boundary and set (the switch is going away).
+  void doCleanup();
+
+  // Bookkeeping of live sets, so the switch can detach them when it goes away.
+  void mtableOifSetLiveIs(MtableOifSet* set, bool live);
+
+ private:
+  void requestVerify();
+  // Allocates a fresh replication entry; indexArgument is 0 or 0xFFFFFFFE.
+  void allocateNewMtableOifSet(Vex::Ptr<MrouteLib::OifSet const> const& oifSet, std::uint32_t indexArgument);
+  void freeMtableOifSet(Vex::Ptr<MtableOifSet> const& set);
+  Vex::Seconds now() const;
+
+  Vex::Ptr<FalCommonSmData> acsd_;
+  Vex::Ptr<L3Status> l3Status_;
+  Vex::Ptr<FalHelper::MrouteSmHelper> mrouteHelper_;
+  Vex::Ptr<Ip::Status const> ipStatus_;
+  Vex::Ptr<HwStatus const> mfibHwStatus_;
+  Vex::Ptr<HwStatus const> mfib6HwStatus_;
+  absl::flat_hash_map<MrouteLib::RouteHandle, Vex::Ptr<Route>> route_;
+  absl::flat_hash_map<MrouteLib::RouteHandle, Vex::Ptr<Boundary>> boundary_;
+  absl::flat_hash_map<RouteKeyVlanId, MrouteLib::RouteHandle> routeKeyToHandle_;
+  OifSetMap inUseOifSet_;
+  absl::flat_hash_set<std::uint32_t> oifSetIndexColl_;
+  Vex::OrderedColl<ZombieKey, Vex::Ptr<MtableOifSet>> zombieOifSet_;
+  FrrOifSetColl frrMtableOifSet_;
+  FrrOifSetColl frrProcessingOifSet_;
+  absl::flat_hash_set<MtableOifSet*> liveSets_;
+  Vex::Seconds zombieLifetime_ = kDefaultZombieLifetime;
+  bool initialized_ = false;
+  bool deleted_ = false;
+};
+
+Vex::Ptr<MrouteSwitch> mrouteSwitchFactory(std::uint32_t switchId, Vex::Ptr<FalCommonSmData> const& acsd,
+                                           Vex::Ptr<L3Status> const& l3Status,
+                                           Vex::Ptr<FalHelper::MrouteSmHelper> const& mrouteHelper,
+                                           Vex::Ptr<Ip::Status const> const& ipStatus,
+                                           Vex::Ptr<MrouteSwitch::HwStatus const> const& mfibHwStatus,
+                                           Vex::Ptr<MrouteSwitch::HwStatus const> const& mfib6HwStatus);
+
+}  // namespace Fal

@@ -1,0 +1,69 @@
+#pragma once
+// Fal::MtableOifSet: one programmed entry of a chip's multicast replication
+// table, shared by every route of the chip with the same MrouteLib::OifSet.
+//
+// Reference counted: routes hold it through Route::mtableOifSet, the switch's
+// zombie collection holds it while it is a zombie. When the last reference
+// goes, doCleanup hands it to its switch's handleFreeMtableOifSet, which
+// either keeps it as a zombie (storing a reference revives it) or frees its
+// hardware entry.
+#include <cstdint>
+
+#include "model/ZombieKey.h"
+#include "platform/mroutelib/MtableOifSet.h"
+#include "platform/mroutelib/OifSet.h"
+
+namespace Fal {
+
+class MrouteSwitch;
+
+class MtableOifSet : public MrouteLib::MtableOifSet {
+ public:
+  static constexpr std::uint32_t kInvalidOifSetIndex = 0xFFFFFFFF;
+
+  MtableOifSet(Vex::Ptr<MrouteLib::OifSet const> oifSet, bool toCpu, MrouteSwitch* mrouteSwitch);
+  ~MtableOifSet() override;
+
+  Vex::Ptr<MrouteLib::OifSet const> const& oifSet() const { return oifSet_; }
+  bool toCpu() const { return toCpu_; }
+  // Not owned: the switch detaches its sets when it goes away (then null).
+  MrouteSwitch* mrouteSwitch() const { return mrouteSwitch_; }
+  void mrouteSwitchIs(MrouteSwitch* s) { mrouteSwitch_ = s; }
+  std::uint32_t oifSetIndex() const { return oifSetIndex_; }
+  void oifSetIndexIs(std::uint32_t i) { oifSetIndex_ = i; }
+  // Set once its hardware entry is released.
+  bool deleted() const { return deleted_; }
+  void deletedIs(bool v) { deleted_ = v; }
+  // Waiting to be rewritten in place after a fast-reroute switch; a route with
+  // the same outputs gets a fresh set meanwhile.
+  bool dirty() const { return dirty_; }
+  void dirtyIs(bool v) { dirty_ = v; }
+  bool usedInHw() const { return usedInHw_; }
+  void usedInHwIs(bool v) { usedInHw_ = v; }
+  // The zombie key: finite expiry while the set is a zombie.
+  ZombieKey const& zombie() const { return zombie_; }
+  void zombieIs(ZombieKey const& k) { zombie_ = k; }
+  bool isZombie() const { return zombie_.isZombie(); }
+
+  void doCleanup();
+
+ protected:
+  void zeroReferencesIs() override { doCleanup(); }
+
+ private:
+  Vex::Ptr<MrouteLib::OifSet const> oifSet_;
+  MrouteSwitch* mrouteSwitch_;
+  ZombieKey zombie_;
+  std::uint32_t oifSetIndex_ = kInvalidOifSetIndex;
+  bool toCpu_;
+  bool deleted_ = false;
+  bool dirty_ = false;
+  bool usedInHw_ = true;
+};
+
+Vex::Ptr<MtableOifSet> mtableOifSetFactory(Vex::Ptr<MrouteLib::OifSet const> const& oifSet, bool toCpu,
+                                           MrouteSwitch* mrouteSwitch);
+
+inline std::uint32_t invalidOifSetIndex() { return MtableOifSet::kInvalidOifSetIndex; }
+
+}  // namespace Fal

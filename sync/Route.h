@@ -1,0 +1,53 @@
+#pragma once
+// Fal::Route: one multicast route programmed on a chip, keyed by its hardware
+// handle in the switch's route collection.
+#include <cstdint>
+
+#include "platform/fib/IpGenRouteKey.h"
+#include "platform/mroutelib/RouteHandle.h"
+#include "platform/types/VlanIdOrNone.h"
+#include "platform/vex/Entity.h"
+#include "sync/MtableOifSet.h"
+
+namespace Fal {
+
+class Route : public Vex::Entity {
+ public:
+  Route(MrouteLib::RouteHandle handle, Routing::Multicast::Fib::IpGenRouteKey const& key,
+        Bridging::VlanIdOrNone acceptingVlanId)
+      : key_(key), routeHandle_(handle), acceptingVlanId_(acceptingVlanId) {}
+
+  MrouteLib::RouteHandle routeHandle() const { return routeHandle_; }
+  Routing::Multicast::Fib::IpGenRouteKey const& key() const { return key_; }
+  Bridging::VlanIdOrNone acceptingVlanId() const { return acceptingVlanId_; }
+  // The OIF set the route replicates to; the route holds one reference to it.
+  Vex::Ptr<MtableOifSet> const& mtableOifSet() const { return mtableOifSet_; }
+  void mtableOifSetIs(Vex::Ptr<MtableOifSet> s) { mtableOifSet_.swap(s); }  // the old set is released last
+  bool fastdrop() const { return fastdrop_; }
+  void fastdropIs(bool v) { fastdrop_ = v; }
+  std::uint16_t vrfId() const { return vrfId_; }
+  void vrfIdIs(std::uint16_t v) { vrfId_ = v; }
+  std::uint16_t rpaId() const { return rpaId_; }
+  void rpaIdIs(std::uint16_t v) { rpaId_ = v; }
+  // A noAge route is stamped as active at every aging review without asking the chip.
+  bool noAge() const { return noAge_; }
+  void noAgeIs(bool v) { noAge_ = v; }
+  bool vxlan() const { return vxlan_; }
+  void vxlanIs(bool v) { vxlan_ = v; }
+
+ private:
+  Routing::Multicast::Fib::IpGenRouteKey key_;
+  Vex::Ptr<MtableOifSet> mtableOifSet_;
+  MrouteLib::RouteHandle routeHandle_;
+  Bridging::VlanIdOrNone acceptingVlanId_;
+  std::uint16_t vrfId_ = 0;
+  std::uint16_t rpaId_ = 0;
+  bool fastdrop_ = false;
+  bool noAge_ = false;
+  bool vxlan_ = false;
+};
+
+Vex::Ptr<Route> routeFactory(MrouteLib::RouteHandle handle, Routing::Multicast::Fib::IpGenRouteKey const& key,
+                             Bridging::VlanIdOrNone acceptingVlanId);
+
+}  // namespace Fal
