@@ -6,6 +6,7 @@
 // now runs them at the next turn of the loop; +infinity disarms. Firing leaves
 // timeMin as it was (a fired clock still reads its last wake-up time); setting
 // any finite time, even the same one, arms it again.
+#include <cstddef>
 #include <cstdint>
 
 #include "platform/vex/Entity.h"
@@ -38,6 +39,7 @@ class Clock : public Entity {
   ActivityManager* manager_;
   Seconds timeMin_ = kNever;
   std::uint64_t seq_ = 0;
+  std::size_t slot_ = 0;  // index in the manager's list of clocks
   bool scheduled_ = false;
 };
 

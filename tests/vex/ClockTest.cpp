@@ -116,3 +116,23 @@ TEST_F(ClockTest, TimeChargedInsideAHandlerDelaysLaterClocks) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(ClockLifetimeTest, ClocksDroppedInAnyOrderLeaveTheOthersWorking) {
+  auto am = std::make_unique<Vex::ActivityManager>();
+  auto a = am->clockNew(), b = am->clockNew(), c = am->clockNew();
+  for (auto* clock : {a.get(), b.get(), c.get()}) clock->timeMinIs(1.0);
+  Fired fired;
+  ClockRecorder rb("b", &fired, b);
+  a = nullptr;
+  c = nullptr;
+  am->runUntil(2.0);
+  EXPECT_EQ(fired, (Fired{{"b", 1.0}}));
+  am.reset();
+  EXPECT_EQ(b->activityManager(), nullptr);
+  b->timeMinIs(3.0);
+  EXPECT_FALSE(b->scheduled());
+}
+
+}  // namespace
