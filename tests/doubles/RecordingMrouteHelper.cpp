@@ -1,0 +1,146 @@
+#include "tests/doubles/RecordingMrouteHelper.h"
+
+#include <sstream>
+
+#include "platform/vex/ActivityManager.h"
+#include "sync/Boundary.h"
+#include "sync/MtableOifSet.h"
+#include "sync/Route.h"
+
+namespace FalTest {
+
+namespace {
+template <class... A>
+std::string line(char const* name, A const&... args) {
+  std::ostringstream os;
+  os << name << '(';
+  char const* sep = "";
+  ((os << sep << args, sep = ", "), ...);
+  os << ')';
+  return os.str();
+}
+char const* b(bool v) { return v ? "true" : "false"; }
+}  // namespace
+
+std::vector<std::string> RecordingMrouteHelper::callsTo(std::string const& prefix) const {
+  std::vector<std::string> out;
+  for (auto const& c : calls)
+    if (c.rfind(prefix, 0) == 0) out.push_back(c);
+  return out;
+}
+
+void RecordingMrouteHelper::record(std::string l) {
+  calls.push_back(std::move(l));
+  if (costPerCall > 0) {
+    if (auto* am = Vex::ActivityManager::current()) am->advanceBy(costPerCall);
+  }
+}
+
+void RecordingMrouteHelper::mrouteInit(bool i) { record(line("mrouteInit", b(i))); }
+void RecordingMrouteHelper::handleMulticastRouting(bool e) { record(line("handleMulticastRouting", b(e))); }
+void RecordingMrouteHelper::handleMrouteCounterMode(Routing::Multicast::Fib::CounterMode m) {
+  record(line("handleMrouteCounterMode", m));
+}
+void RecordingMrouteHelper::verifyMulticastRouting(bool e) { record(line("verifyMulticastRouting", b(e))); }
+void RecordingMrouteHelper::mrouteSwitchInit(std::uint32_t s, bool i) { record(line("mrouteSwitchInit", s, b(i))); }
+
+std::uint32_t RecordingMrouteHelper::doAllocateMtableOifSet(std::uint32_t s, std::uint32_t index, OifSetPtr) {
+  record(line("doAllocateMtableOifSet", s, index));
+  bool const inPlace = index != 0 && index != 0xFFFFFFFE;
+  if (inPlace) return index;
+  if (mtableAllocFails) return 0xFFFFFFFF;
+  return nextOifSetIndex++;
+}
+
+void RecordingMrouteHelper::handleFreeMtableOifSet(std::uint32_t s, Vex::Ptr<Fal::MtableOifSet> const& set) {
+  record(line("handleFreeMtableOifSet", s, set ? set->oifSetIndex() : 0xFFFFFFFF));
+}
+
+bool RecordingMrouteHelper::doCreateMrouteCounter(std::uint16_t vrfId, IpGenRouteKey const& key) {
+  record(line("doCreateMrouteCounter", vrfId, key));
+  return true;
+}
+void RecordingMrouteHelper::doDeleteMrouteCounter(IpGenRouteKey const& key) { record(line("doDeleteMrouteCounter", key)); }
+bool RecordingMrouteHelper::doClearMrouteCounter(IpGenRouteKey const& key) {
+  record(line("doClearMrouteCounter", key));
+  return true;
+}
+std::int64_t RecordingMrouteHelper::doReadMrouteCounter(IpGenRouteKey const& key) {
+  record(line("doReadMrouteCounter", key));
+  auto it = counterReads.find(key.pretty());
+  return it == counterReads.end() ? 0 : it->second;
+}
+void RecordingMrouteHelper::ageOutHwMcastCounter(IpGenRouteKey const& key) { record(line("ageOutHwMcastCounter", key)); }
+
+MrouteLib::RouteHandle RecordingMrouteHelper::doAllocateMroute(std::uint32_t s, std::uint16_t vrfId, IpGenRouteKey const& key,
+                                                               Bridging::VlanIdOrNone vlan, bool bridge, std::uint32_t index,
+                                                               bool fastdrop, std::uint16_t rpaId) {
+  record(line("doAllocateMroute", s, vrfId, key, vlan, b(bridge), index, b(fastdrop), rpaId));
+  if (bridge ? boundaryTableFull : routeTableFull) return MrouteLib::RouteHandle::invalid();
+  return MrouteLib::RouteHandle(nextRouteHandle++);
+}
+
+MrouteLib::RouteHandle RecordingMrouteHelper::doAllocateMrouteNoRpf(std::uint32_t s, std::uint16_t vrfId,
+                                                                    IpGenRouteKey const& key, bool bridge, std::uint32_t index,
+                                                                    bool fastdrop, std::uint16_t rpaId) {
+  record(line("doAllocateMrouteNoRpf", s, vrfId, key, b(bridge), index, b(fastdrop), rpaId));
+  if (routeTableFull) return MrouteLib::RouteHandle::invalid();
+  return MrouteLib::RouteHandle(nextRouteHandle++);
+}
+
+void RecordingMrouteHelper::doSetMtableOifSet(std::uint32_t s, std::uint16_t vrfId, MrouteLib::RouteHandle h,
+                                              Vex::Ptr<Fal::Route const> const&, std::uint32_t index) {
+  record(line("doSetMtableOifSet", s, vrfId, h, index));
+}
+
+void RecordingMrouteHelper::doDeleteMroute(std::uint32_t s, std::uint16_t vrfId, MrouteLib::RouteHandle h,
+                                           Vex::Ptr<Fal::Route const> const&) {
+  record(line("doDeleteMroute", s, vrfId, h));
+}
+
+void RecordingMrouteHelper::doDeleteMrouteBoundary(std::uint32_t s, std::uint16_t vrfId, MrouteLib::RouteHandle h,
+                                                   Vex::Ptr<Fal::Boundary const> const&) {
+  record(line("doDeleteMrouteBoundary", s, vrfId, h));
+}
+
+void RecordingMrouteHelper::doCommitMrouteBatch() { record("doCommitMrouteBatch()"); }
+bool RecordingMrouteHelper::mrouteFull(std::uint32_t s) {
+  record(line("mrouteFull", s));
+  return routeTableFull;
+}
+bool RecordingMrouteHelper::mrouteBoundaryFull(std::uint32_t s) {
+  record(line("mrouteBoundaryFull", s));
+  return boundaryTableFull;
+}
+bool RecordingMrouteHelper::mtableFull(std::uint32_t s) {
+  record(line("mtableFull", s));
+  return mtableFullAnswer;
+}
+
+bool RecordingMrouteHelper::mrouteHitBit(std::uint32_t s, std::uint16_t vrfId, IpGenRouteKey const& key,
+                                         Bridging::VlanIdOrNone vlan, bool fastdrop) {
+  record(line("mrouteHitBit", s, vrfId, key, vlan, b(fastdrop)));
+  return hitRoutes.count(key.pretty()) != 0;
+}
+
+bool RecordingMrouteHelper::mrouteHitBitCacheRefresh(std::uint32_t s) {
+  record(line("mrouteHitBitCacheRefresh", s));
+  return true;
+}
+void RecordingMrouteHelper::mrouteHitBitCacheClear(std::uint32_t s) { record(line("mrouteHitBitCacheClear", s)); }
+
+void RecordingMrouteHelper::verifyMroute(std::uint32_t s, std::uint16_t vrfId, Vex::Ptr<Fal::Route const> const& r) {
+  record(line("verifyMroute", s, vrfId, r ? r->routeHandle() : MrouteLib::RouteHandle::invalid()));
+}
+
+void RecordingMrouteHelper::verifyMrouteBoundary(std::uint32_t s, std::uint16_t vrfId,
+                                                 Vex::Ptr<Fal::Boundary const> const& bnd) {
+  record(line("verifyMrouteBoundary", s, vrfId, bnd ? bnd->routeHandle() : MrouteLib::RouteHandle::invalid()));
+}
+
+bool RecordingMrouteHelper::verifyZombieUsable(MrouteLib::PortVlanSet const&, std::uint32_t index) {
+  record(line("verifyZombieUsable", index));
+  return zombieUsable;
+}
+
+}  // namespace FalTest
