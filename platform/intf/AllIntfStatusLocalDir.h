@@ -1,0 +1,10 @@
+#pragma once
+// Every interface local to this agent's chips and its status.
+#include "platform/intf/IntfStatus.h"
+#include "platform/intf/IntfStatusDirT.h"
+
+namespace Interface {
+
+class AllIntfStatusLocalDir final : public IntfStatusDirT<AllIntfStatusLocalDir, IntfStatus> {};
+
+}  // namespace Interface

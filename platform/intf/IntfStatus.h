@@ -1,0 +1,13 @@
+#pragma once
+// The status of any interface (Ethernet, VLAN, port-channel, CPU), as held by
+// the all-interface directories.
+#include "platform/intf/IntfStatusT.h"
+
+namespace Interface {
+
+class IntfStatus final : public IntfStatusT<IntfStatus> {
+ public:
+  using IntfStatusT::IntfStatusT;
+};
+
+}  // namespace Interface
