@@ -1,0 +1,39 @@
+#pragma once
+// The common base of the hook objects through which the library reaches
+// chip-specific code.
+//
+// falAssert stops the agent through the fatal handler with the given text,
+// the way the library's own invariants do, so a chip agent's broken
+// invariant reads the same as the library's.
+#include <source_location>
+
+#include "platform/vex/Entity.h"
+#include "platform/vex/Types.h"
+
+namespace Fal {
+
+class FalBaseHelper : public Vex::Entity {
+ public:
+  explicit FalBaseHelper(Vex::Name name) : name_(std::move(name)) {}
+
+  Vex::Name const& name() const { return name_; }
+  // Whether the chip can program backup (fast-reroute) outputs.
+  virtual bool hasBackupSupport() const { return false; }
+  // The class name of the hook object, for traces and diagnostics.
+  virtual Vex::String fwkType() const { return "Fal::FalBaseHelper"; }
+
+  // Stops the agent with text unless cond holds.
+  static void falAssert(bool cond, char const* text, std::source_location where = std::source_location::current()) {
+    if (!cond) falAssert(text, where);
+  }
+  // Always stops the agent with text.
+  [[noreturn]] static void falAssert(char const* text, std::source_location where = std::source_location::current());
+
+ protected:
+  ~FalBaseHelper() override = default;
+
+ private:
+  Vex::Name name_;
+};
+
+}  // namespace Fal
