@@ -1,0 +1,63 @@
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "platform/log/RingTrace.h"
+#include "platform/vex/ActivityManager.h"
+
+namespace {
+
+std::vector<std::string> texts(RingTrace const& ring) {
+  std::vector<std::string> out;
+  for (auto const& r : ring.records()) out.push_back(r.text);
+  return out;
+}
+
+void recordEvents(RingTrace& ring, int from, int to) {
+  for (int i = from; i < to; ++i) ring.record("src", std::to_string(i));
+}
+
+TEST(RingTrace, WrapAroundAndShrinkingKeepTheNewestRecordsOldestFirst) {
+  RingTrace ring(3);
+  recordEvents(ring, 0, 7);
+  EXPECT_EQ(texts(ring), (std::vector<std::string>{"4", "5", "6"}));
+  EXPECT_TRUE(ring.contains("5"));
+  EXPECT_FALSE(ring.contains("3"));
+  ring.capacityIs(2);
+  EXPECT_EQ(texts(ring), (std::vector<std::string>{"5", "6"}));
+  ring.capacityIs(4);
+  recordEvents(ring, 7, 10);
+  EXPECT_EQ(texts(ring), (std::vector<std::string>{"6", "7", "8", "9"}));
+}
+
+TEST(RingTrace, RecordsCarryTheEventLoopTimeAndSource) {
+  RingTrace ring;
+  ring.record("before", "no loop");
+  Vex::ActivityManager am;
+  am.advanceBy(2.5);
+  ring.record("handleZombie", "in loop");
+  auto records = ring.records();
+  ASSERT_EQ(records.size(), 2u);
+  EXPECT_EQ(records[0].time, 0.0);
+  EXPECT_EQ(records[1].time, 2.5);
+  EXPECT_EQ(records[1].source, "handleZombie");
+}
+
+TEST(RingTrace, MacroWritesTheProcessRingAndEvaluatesNothingWhenOff) {
+  auto& ring = RingTrace::instance();
+  ring.clear();
+  int evaluated = 0;
+  auto piece = [&] { return ++evaluated; };
+  RING_TRACE("handleZombie", ", Set timer for zombie oifSetIndex: " << 42 << " n" << piece());
+  ringTrace("doAllocateRoute", "index ", 7);
+  RingTrace::enabledIs(false);
+  RING_TRACE("handleZombie", "off " << piece());
+  ringTrace("doAllocateRoute", "off");
+  RingTrace::enabledIs(true);
+  EXPECT_EQ(texts(ring), (std::vector<std::string>{", Set timer for zombie oifSetIndex: 42 n1", "index 7"}));
+  EXPECT_EQ(evaluated, 1);
+  ring.clear();
+}
+
+}  // namespace
