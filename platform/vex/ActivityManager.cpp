@@ -94,6 +94,9 @@ void ActivityManager::deferredCancel(NotifieeBase* n) {
   for (std::size_t i = deferredHead_; i < deferred_.size(); ++i) {
     auto& d = deferred_[i];
     if (d.notifiee == n) {
+      // Frees the key too: a reactor built later at the same address must not
+      // coalesce with this dead entry.
+      deferredIndex_.erase(d.key);
       d.notifiee = nullptr;
       d.fire = nullptr;
     }
@@ -108,8 +111,8 @@ bool ActivityManager::runDeferred() {
   bool ran = false;
   while (deferredHead_ < deferred_.size()) {
     Deferred d = std::move(deferred_[deferredHead_++]);
+    if (!d.notifiee) continue;  // cancelled; its key went with it
     deferredIndex_.erase(d.key);
-    if (!d.notifiee) continue;  // cancelled
     --d.notifiee->pendingDeferred_;
     if (!d.notifiee->notificationActive()) continue;
     Seconds start = now();

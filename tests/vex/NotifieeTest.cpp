@@ -1,4 +1,5 @@
 #include <memory>
+#include <optional>
 
 #include <gtest/gtest.h>
 
@@ -128,6 +129,19 @@ TEST_F(NotifieeTest, DeferredReactorDestroyedBeforeDeliveryIsNotCalled) {
   gone.reset();
   am_.runOnce();
   EXPECT_EQ(log_, (Log{"killer:value=1"}));
+}
+
+TEST_F(NotifieeTest, ReactorBuiltWhereADestroyedOneStoodStillHearsDeferredChanges) {
+  std::optional<GaugeRecorder> r;
+  r.emplace("old", &log_, gauge_);
+  r->deferredIs(true);
+  gauge_->valueIs(1);
+  r.reset();
+  r.emplace("new", &log_, gauge_);  // same address, same handler: the same coalescing key
+  r->deferredIs(true);
+  gauge_->valueIs(2);
+  am_.runOnce();
+  EXPECT_EQ(log_, (Log{"new:value=2"}));
 }
 
 TEST_F(NotifieeTest, DeferredDeliveryToAnInactiveReactorIsDropped) {
