@@ -88,6 +88,9 @@ class Ptr {
 
   friend bool operator==(Ptr const& a, Ptr const& b) noexcept { return a.p_ == b.p_; }
   friend bool operator==(Ptr const& a, std::nullptr_t) noexcept { return a.p_ == nullptr; }
+  // Compares without a temporary Ptr, whose release could delete an object
+  // that nothing owns yet (one under construction) or count a dying one.
+  friend bool operator==(Ptr const& a, T const* b) noexcept { return a.p_ == b; }
   friend auto operator<=>(Ptr const& a, Ptr const& b) noexcept { return std::compare_three_way{}(a.p_, b.p_); }
   friend std::ostream& operator<<(std::ostream& os, Ptr const& p) { return os << static_cast<void const*>(p.p_); }
   template <typename H>
@@ -114,6 +117,13 @@ Ptr<T> make(A&&... args) {
 template <class T, class U>
 Ptr<T> ptrCast(Ptr<U> const& p) {
   return Ptr<T>(static_cast<T*>(p.get()));
+}
+
+// Mutable access through a const reference: a reactor holds its notifier as
+// Ptr<E const> but may own and drive it (a clock it re-arms).
+template <class T>
+Ptr<T> ptrConstCast(Ptr<T const> const& p) {
+  return Ptr<T>(const_cast<T*>(p.get()));
 }
 
 }  // namespace Vex

@@ -58,7 +58,11 @@ void strepOut(std::ostream& os, double v) {
   }
 }
 
-void strepOut(std::ostream& os, std::string const& v) {
+void strepOut(std::ostream& os, std::string const& v) { strepOut(os, std::string_view(v)); }
+
+void strepOut(std::ostream& os, char const* v) { strepOut(os, std::string_view(v)); }
+
+void strepOut(std::ostream& os, std::string_view v) {
   os << '\'';
   for (char c : v) {
     if (c == '\'' || c == '\\') os << '\\';

@@ -52,6 +52,9 @@ class StrepParser {
 void strepOut(std::ostream& os, bool v);
 void strepOut(std::ostream& os, double v);
 void strepOut(std::ostream& os, std::string const& v);
+// Without these a literal would print as a bool ("True").
+void strepOut(std::ostream& os, std::string_view v);
+void strepOut(std::ostream& os, char const* v);
 template <class I>
   requires(std::is_integral_v<I> && !std::is_same_v<I, bool>)
 void strepOut(std::ostream& os, I v) {

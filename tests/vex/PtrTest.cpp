@@ -74,6 +74,28 @@ TEST(PtrTest, ReferencesTakenWhileReleasingOrDyingDoNotReleaseAgain) {
   EXPECT_EQ(log, (Log{"zeroReferences", "deleted"}));
 }
 
+TEST(PtrTest, ComparingWithARawPointerTakesNoReference) {
+  Log log;
+  auto* raw = new Tracked(&log);  // not owned yet: a temporary reference would release it
+  Vex::Ptr<Tracked> none;
+  EXPECT_FALSE(none == raw);
+  EXPECT_TRUE(none != raw);
+  EXPECT_TRUE(log.empty());
+  Vex::Ptr<Tracked> owner(raw);
+  EXPECT_TRUE(owner == raw);
+  EXPECT_TRUE(raw == owner);
+  EXPECT_EQ(owner->references(), 1u);
+}
+
+TEST(PtrTest, ConstCastGivesMutableAccessToTheSameObject) {
+  Log log;
+  Vex::Ptr<Tracked const> shared = Vex::make<Tracked>(&log);
+  Vex::Ptr<Tracked> mut = Vex::ptrConstCast(shared);
+  mut->touchSelfOnRelease = true;
+  EXPECT_EQ(mut.get(), shared.get());
+  EXPECT_EQ(shared->references(), 2u);
+}
+
 // A holds B; B points back at A and calls into it from its destructor, while
 // A is itself being destroyed.
 class Back;

@@ -61,6 +61,9 @@ TEST(StrepTest, BuiltinsPrintAndParseBack) {
   expectRoundTrip(std::string("it's a \\ path"), "'it\\'s a \\\\ path'");
   expectRoundTrip(std::string(), "''");
   EXPECT_TRUE(std::isnan(Vex::parse<double>("nan")));
+  // Literals and views print as strings, not as a pointer's truth value.
+  EXPECT_EQ(Vex::strep("it's"), "'it\\'s'");
+  EXPECT_EQ(Vex::strep(std::string_view("x")), "'x'");
 }
 
 TEST(StrepTest, RegisteredEnumUsesItsLiteralNames) {
