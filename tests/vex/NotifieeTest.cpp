@@ -102,6 +102,43 @@ TEST_F(NotifieeTest, ReactorKeepsItsNotifierAliveAfterOtherOwnersLetGo) {
   EXPECT_TRUE(destroyed);
 }
 
+// A derived entity adds an attribute; its notifiee extends the base one.
+class Dial : public Gauge {
+ public:
+  class Notifiee : public Gauge::Notifiee {
+   public:
+    virtual void onLimit() {}
+  };
+  void limitIs(int v) {
+    if (v == limit_) return;
+    limit_ = v;
+    notify(&Notifiee::onLimit);
+  }
+
+ private:
+  int limit_ = 0;
+};
+
+class DialRecorder : public Dial::Notifiee {
+ public:
+  explicit DialRecorder(Log* log) : log_(log) {}
+  void onValue() override { log_->push_back("dial:value"); }
+  void onLimit() override { log_->push_back("dial:limit"); }
+
+ private:
+  Log* log_;
+};
+
+TEST_F(NotifieeTest, DerivedEntityTellsItsOwnAttributesOnlyToItsOwnReactors) {
+  auto dial = Vex::make<Dial>();
+  GaugeRecorder plain("plain", &log_, dial);
+  DialRecorder own(&log_);
+  own.notifierIs(dial);
+  dial->limitIs(5);
+  dial->valueIs(1);
+  EXPECT_EQ(log_, (Log{"dial:limit", "plain:value=1", "dial:value"}));
+}
+
 TEST_F(NotifieeTest, DeferredDeliveryRunsOnNextTurnCoalescedPerHandlerAndKey) {
   GaugeRecorder now("now", &log_, gauge_);
   GaugeRecorder later("later", &log_, gauge_);
