@@ -9,6 +9,7 @@
 #include <vector>
 
 #include <benchmark/benchmark.h>
+#include <malloc.h>
 
 #include "platform/vex/ActivityManager.h"
 #include "platform/vex/Entity.h"
@@ -87,17 +88,22 @@ void fill(C& c) {
   for (auto k : shuffledKeys()) c.set(k, k);
 }
 
-// Items are members inserted into an empty collection, a million per pass.
+// Items are members inserted into an empty collection, a million per pass;
+// bytes_per_member is the heap the filled collection holds.
 template <class C>
 void BM_CollInsert(benchmark::State& state) {
+  double bytes = 0;
   for (auto _ : state) {
+    auto before = mallinfo2().uordblks;
     auto c = std::make_unique<C>();
     fill(*c);
     state.PauseTiming();
+    bytes = static_cast<double>(mallinfo2().uordblks - before);
     c.reset();
     state.ResumeTiming();
   }
   state.SetItemsProcessed(state.iterations() * kMembers);
+  state.counters["bytes_per_member"] = bytes / kMembers;
 }
 
 template <class C>
