@@ -161,6 +161,9 @@ class MrouteSwitchSm : public Vex::Entity {
   bool initialized_ = false;
   bool notificationActive_ = true;
   bool cleanupInProgress_ = false;
+  // Set while a fast-reroute review pass runs, so that binding the review
+  // clock it makes does not start a second pass inside the first.
+  bool clockReviewRunning_ = false;
 
   Vex::Seconds agingReviewInterval_ = kAgingReviewInterval;
   Vex::Seconds agingReviewQuota_ = kAgingReviewQuota;
