@@ -1,0 +1,19 @@
+#pragma once
+// The platform base of a chip's programmed OIF set (a multicast replication
+// table entry). The route programmer hands these between the calls of a
+// SwitchChip (doAllocateMtableOifSet's result goes to doAllocateRoute and
+// doSetMtableOifSet) without looking inside; each chip's library derives its
+// own record from it.
+#include "platform/vex/Entity.h"
+
+namespace MrouteLib {
+
+class MtableOifSet : public Vex::Entity {
+ public:
+  MtableOifSet() = default;
+
+ protected:
+  ~MtableOifSet() override = default;
+};
+
+}  // namespace MrouteLib

@@ -1,0 +1,44 @@
+#include "platform/mroutelib/OifSet.h"
+
+#include <utility>
+
+#include "platform/mroutelib/OifSetRegistry.h"
+
+namespace MrouteLib {
+
+OifSet::OifSet(OifSetRegistry* owner, PortVlanSet portVlanSet)
+    : hash_(portVlanSet.saveHash()), owner_(owner), portVlanSet_(std::move(portVlanSet)) {}
+
+OifSet::~OifSet() { leaveOwner(); }
+
+void OifSet::zeroReferencesIs() { leaveOwner(); }
+
+void OifSet::leaveOwner() const {
+  if (!owner_) return;
+  owner_->oifSetDel(this);
+  owner_ = nullptr;
+}
+
+OifSetRegistry::~OifSetRegistry() {
+  for (auto const* s : sets_) s->owner_ = nullptr;
+}
+
+template <class Content>
+OifSetPtr OifSetRegistry::findOrMake(Content&& portVlanSet) {
+  Probe const probe{&portVlanSet, portVlanSet.hash()};
+  if (auto it = sets_.find(probe); it != sets_.end()) return OifSetPtr(*it);
+  OifSetPtr s(new OifSet(this, std::forward<Content>(portVlanSet)));
+  sets_.insert(s.get());
+  return s;
+}
+
+OifSetPtr OifSetRegistry::oifSetIs(PortVlanSet const& portVlanSet) { return findOrMake(portVlanSet); }
+
+OifSetPtr OifSetRegistry::oifSetIs(PortVlanSet&& portVlanSet) { return findOrMake(std::move(portVlanSet)); }
+
+OifSetPtr OifSetRegistry::oifSet(PortVlanSet const& portVlanSet) const {
+  auto it = sets_.find(Probe{&portVlanSet, portVlanSet.hash()});
+  return it == sets_.end() ? OifSetPtr() : OifSetPtr(*it);
+}
+
+}  // namespace MrouteLib

@@ -1,0 +1,63 @@
+#pragma once
+// One shared, immutable OIF set: the outputs every route with the same
+// PortVlanSet uses.
+//
+// OifSets are made only by an OifSetRegistry, which hands out one OifSet per
+// distinct content, so two routes with equal outputs hold the same object and
+// sets are compared by pointer (OifSetPtr). The registry does not keep its
+// sets alive: when the last reference goes, the set leaves its registry and is
+// deleted, and a later request for the same content makes a new object.
+#include <cstddef>
+#include <cstdint>
+#include <ostream>
+#include <string>
+
+#include "platform/mroutelib/PortVlanSet.h"
+#include "platform/vex/Entity.h"
+#include "platform/vex/Ptr.h"
+
+namespace MrouteLib {
+
+class OifSetRegistry;
+
+class OifSet final : public Vex::Entity {
+ public:
+  static constexpr std::uint32_t kInvalidMcastId = 0xFFFFFFFF;
+
+  PortVlanSet const& portVlanSet() const { return portVlanSet_; }
+  // The content hash; equal to portVlanSet().hash() and savedHash().
+  std::size_t hash() const { return hash_; }
+  // The registry the set belongs to. Not owned: null once the registry has
+  // gone before the set.
+  OifSetRegistry* owner() const { return owner_; }
+
+  // A multicast id the route programmer suggests for the set's group
+  // (kInvalidMcastId when none). Bookkeeping beside the content, so it may be
+  // changed on a shared set; it plays no part in identity.
+  std::uint32_t mcastIdHint() const { return mcastIdHint_; }
+  void mcastIdHintIs(std::uint32_t id) const { mcastIdHint_ = id; }
+
+  std::string pretty() const { return portVlanSet_.pretty(); }
+
+ private:
+  friend class OifSetRegistry;
+  OifSet(OifSetRegistry* owner, PortVlanSet portVlanSet);
+  ~OifSet() override;
+  // Leaves the registry as soon as nothing holds the set, before deletion,
+  // so a lookup can never hand out a set that is going away.
+  void zeroReferencesIs() override;
+  void leaveOwner() const;
+
+  // The hash leads so that a lookup's first test reads the object's first
+  // cache lines.
+  std::size_t hash_;
+  mutable OifSetRegistry* owner_;
+  mutable std::uint32_t mcastIdHint_ = kInvalidMcastId;
+  PortVlanSet portVlanSet_;
+};
+
+using OifSetPtr = Vex::Ptr<OifSet const>;
+
+inline std::ostream& operator<<(std::ostream& os, OifSet const& s) { return os << s.portVlanSet(); }
+
+}  // namespace MrouteLib
