@@ -1,3 +1,4 @@
+#include <ostream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -22,6 +23,7 @@ struct Family {
   char const* source;
   char const* group;
 };
+void PrintTo(Family const& f, std::ostream* os) { *os << f.name; }
 
 class RecoverySmTest : public ::testing::TestWithParam<Family> {
  protected:

@@ -1,3 +1,4 @@
+#include <ostream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -157,6 +158,7 @@ struct Malformed {
   char const* fault;
   std::size_t routesKept;  // restored before the fault, and still there after it
 };
+void PrintTo(Malformed const& m, std::ostream* os) { *os << m.name; }
 
 class UpgPStoreHelperMalformedTest : public UpgPStoreHelperTest, public ::testing::WithParamInterface<Malformed> {};
 
