@@ -1,5 +1,7 @@
 #include "sync/MrouteSm.h"
 
+#include <vector>
+
 #include "platform/vex/ActivityManager.h"
 #include "platform/vex/Assert.h"
 #include "sync/FalMrouteTrace.h"
@@ -199,6 +201,8 @@ void MrouteSm::handleMulticastRouting() {
 
 void MrouteSm::doEnableMulticastRouting(bool enable) {
   FAL_SYNC_TRACE(8, "doEnableMulticastRouting");
+  // Also reached from handleInitialized, before any change is evaluated.
+  VEX_ASSERT(l3Status());
   if (enable) {
     FAL_SYNC_TRACE(2, "Enabling Multicast Routing\n\n");
     mrouteHelper_->handleMulticastRouting(true);
@@ -314,6 +318,7 @@ void MrouteSm::doCounterPolling() {
 void MrouteSm::updateMfibCounter(IpGenRouteKey const& key, std::int64_t value, bool active) {
   FAL_SYNC_TRACE(7, "updateMfibCounter" << " , Key: " << key << ", value: " << value << ", active: " << active);
   if (!mfibCounterStatus_ || !mfibCounterStatusCtl_) return;
+  bool const wasIdle = mfibCounterStatusCtl_->currActive() == 0;
   if (auto existing = publishedCounter(key)) {
     if (value == -1) value = existing->value();
     removeMfibCounter(key);
@@ -335,8 +340,11 @@ void MrouteSm::updateMfibCounter(IpGenRouteKey const& key, std::int64_t value, b
   if (active) mfibCounterStatusCtl_->currActiveInc(1);
   FAL_SYNC_TRACE(7, " counterStatus size=" << mfibCounterStatusCtl_->currSize()
                                            << " currActive=" << mfibCounterStatusCtl_->currActive());
-  // Polling stops when no counter is active; the first active one restarts it soon.
-  if (mfibCounterStatusCtl_->currActive() == 1) counterPollingClockArm(row.updateTime() + 0.1);
+  // Polling stops when no counter is active; the first active one restarts it
+  // soon. A row rewritten while polling is alive (a clear, a new value, an
+  // active change) can also leave the count at 1; that must not pull the next
+  // run forward.
+  if (wasIdle && mfibCounterStatusCtl_->currActive() == 1) counterPollingClockArm(row.updateTime() + 0.1);
 }
 
 void MrouteSm::setMfibCounterActive(IpGenRouteKey const& key, bool active) {
@@ -348,7 +356,7 @@ void MrouteSm::setMfibCounterActive(IpGenRouteKey const& key, bool active) {
 void MrouteSm::removeMfibCounter(IpGenRouteKey const& key) {
   FAL_SYNC_TRACE(7, "removeMfibCounter" << key);
   auto row = publishedCounter(key);
-  if (!row) return;
+  if (!row || !mfibCounterStatusCtl_) return;
   mfibCounterStatus_->counterDel(key);
   counterShadowDel(*row);
   mfibCounterStatusCtl_->currSizeInc(-1);

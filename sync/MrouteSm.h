@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 
 #include "model/MrouteSmHelper.h"
 #include "platform/fal/FalCommonSmData.h"
