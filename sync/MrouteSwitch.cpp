@@ -103,7 +103,7 @@ void MrouteSwitch::zombieOifSetDelAll() {
 }
 
 void MrouteSwitch::handleInitialized() {
-  FAL_SYNC_TRACE(4, "handleInitialized" << ", switch # " << switchId());
+  FAL_SYNC_TRACE(2, "handleInitialized" << ", switch # " << switchId());
   if (!initialized_) initialized_ = true;
 }
 
@@ -226,7 +226,7 @@ void MrouteSwitch::doAllocateMtableOifSet(Vex::Ptr<MrouteLib::OifSet const> oifS
   MtableOifSetPtr const found = inUseOifSet(oifSet.get());
   if (found && !found->dirty()) {
     FAL_SYNC_TRACE(2, "Found an existing oif set");
-    RING_TRACE("FalSyncMrouteSm", "Foung an existing oif set");
+    RING_TRACE("doAllocateMtableOifSet", "Foung an existing oif set");
     Vex::Ptr<MtableOifSet> set(found.get());  // holds it while it leaves the zombie collection
     if (set->isZombie()) {
       bool const usable = mrouteHelper_->isDefault(OptionalHook::verifyZombieUsable) ||
@@ -339,11 +339,11 @@ void MrouteSwitch::freeMtableOifSet(Vex::Ptr<MtableOifSet> const& oifSet) {
 void MrouteSwitch::handleVerify() {
   if (!initialized_) return;
   for (auto const& [handle, bnd] : boundary_) {
-    FAL_SYNC_TRACE(8, "Verifying boundary " << bnd->key() << ", switch # " << switchId());
+    FAL_SYNC_TRACE(2, "Verifying boundary " << bnd->key() << ", switch # " << switchId());
     mrouteHelper_->verifyMrouteBoundary(switchId(), bnd->vrfId(), bnd);
   }
   for (auto const& [handle, r] : route_) {
-    FAL_SYNC_TRACE(8, "Verifying route " << r->key() << ", switch # " << switchId());
+    FAL_SYNC_TRACE(2, "Verifying route " << r->key() << ", switch # " << switchId());
     mrouteHelper_->verifyMroute(switchId(), r->vrfId(), r);
   }
 }

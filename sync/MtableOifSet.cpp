@@ -16,7 +16,7 @@ MtableOifSet::~MtableOifSet() {
 }
 
 void MtableOifSet::doCleanup() {
-  FAL_SYNC_TRACE(6, "doCleanup" << " (oifset): " << oifSetIndex_);
+  FAL_SYNC_TRACE(2, "doCleanup" << " (oifset): " << oifSetIndex_);
   if (mrouteSwitch_) mrouteSwitch_->handleFreeMtableOifSet(Vex::Ptr<MtableOifSet>(this));
 }
 
