@@ -44,10 +44,11 @@ void RecordingMrouteHelper::handleMrouteCounterMode(Routing::Multicast::Fib::Cou
 void RecordingMrouteHelper::verifyMulticastRouting(bool e) { record(line("verifyMulticastRouting", b(e))); }
 void RecordingMrouteHelper::mrouteSwitchInit(std::uint32_t s, bool i) { record(line("mrouteSwitchInit", s, b(i))); }
 
-std::uint32_t RecordingMrouteHelper::doAllocateMtableOifSet(std::uint32_t s, std::uint32_t index, OifSetPtr) {
+std::uint32_t RecordingMrouteHelper::doAllocateMtableOifSet(std::uint32_t s, std::uint32_t index, OifSetPtr oifSet) {
   record(line("doAllocateMtableOifSet", s, index));
+  allocatedContents.push_back(oifSet ? oifSet->portVlanSet() : MrouteLib::PortVlanSet());
   bool const inPlace = index != 0 && index != 0xFFFFFFFE;
-  if (inPlace) return index;
+  if (inPlace) return inPlaceAllocFails ? 0xFFFFFFFF : index;
   if (mtableAllocFails) return 0xFFFFFFFF;
   return nextOifSetIndex++;
 }
@@ -76,7 +77,7 @@ MrouteLib::RouteHandle RecordingMrouteHelper::doAllocateMroute(std::uint32_t s, 
                                                                Bridging::VlanIdOrNone vlan, bool bridge, std::uint32_t index,
                                                                bool fastdrop, std::uint16_t rpaId) {
   record(line("doAllocateMroute", s, vrfId, key, vlan, b(bridge), index, b(fastdrop), rpaId));
-  if (bridge ? boundaryTableFull : routeTableFull) return MrouteLib::RouteHandle::invalid();
+  if (routeAllocFails || (bridge ? boundaryTableFull : routeTableFull)) return MrouteLib::RouteHandle::invalid();
   return MrouteLib::RouteHandle(nextRouteHandle++);
 }
 
@@ -84,7 +85,7 @@ MrouteLib::RouteHandle RecordingMrouteHelper::doAllocateMrouteNoRpf(std::uint32_
                                                                     IpGenRouteKey const& key, bool bridge, std::uint32_t index,
                                                                     bool fastdrop, std::uint16_t rpaId) {
   record(line("doAllocateMrouteNoRpf", s, vrfId, key, b(bridge), index, b(fastdrop), rpaId));
-  if (routeTableFull) return MrouteLib::RouteHandle::invalid();
+  if (routeAllocFails || routeTableFull) return MrouteLib::RouteHandle::invalid();
   return MrouteLib::RouteHandle(nextRouteHandle++);
 }
 

@@ -24,17 +24,24 @@ class RecordingMrouteHelper : public FalHelper::MrouteSmHelper {
   std::vector<std::string> calls;
   // Calls whose text starts with prefix.
   std::vector<std::string> callsTo(std::string const& prefix) const;
-  void clear() { calls.clear(); }
+  void clear() {
+    calls.clear();
+    allocatedContents.clear();
+  }
 
   // Programmable answers.
   bool routeTableFull = false;     // doAllocateMroute* fail and mrouteFull answers this
   bool boundaryTableFull = false;  // the same for boundary entries
   bool mtableFullAnswer = false;   // mtableFull answers this
   bool mtableAllocFails = false;   // doAllocateMtableOifSet returns 0xFFFFFFFF for new entries
+  bool inPlaceAllocFails = false;  // ... and for in-place rewrites under a set's own index
+  bool routeAllocFails = false;    // doAllocateMroute* fail whatever mrouteFull answers
   bool zombieUsable = true;        // verifyZombieUsable answers this
   std::set<std::string> hitRoutes;  // route keys (pretty form) whose hit bit reads true
   std::map<std::string, std::int64_t> counterReads;  // amounts doReadMrouteCounter returns per key
   Vex::Seconds costPerCall = 0;    // virtual time charged by each hardware call
+  // The outputs handed to each doAllocateMtableOifSet call, in call order.
+  std::vector<MrouteLib::PortVlanSet> allocatedContents;
 
   std::uint32_t nextOifSetIndex = 1;
   std::uint32_t nextRouteHandle = 100;
