@@ -1,0 +1,210 @@
+#pragma once
+// The route programmer: takes the multicast routes their owner wants in
+// hardware and programs them on every switch chip through
+// MrouteLib::SwitchChip.
+//
+// Sharing. Every distinct output set is one OifSet of the registry; the
+// programmer holds the OifSet of each of its routes, so all routes with the
+// same outputs hand every chip the same object and the chip shares one
+// replication entry among them.
+//
+// Calling order on a chip, for one route:
+//   doAllocateMtableOifSet(oifSet), then oifSetResult() is taken and cleared;
+//   doAllocateRoute(key, acceptingVlan, bridge, set, fastdrop, noRpf, rpaId,
+//                   vrfName), then handleResult() is read;
+//   doSetMtableOifSet(handle, set) binds the route to its set.
+// A boundary entry (bridge) takes no OIF set: doAllocateRoute only. A change
+// of outputs allocates the new set and re-points the route with
+// doSetMtableOifSet; a change of accepting VLAN, kind or flags allocates the
+// set, deletes the route (doDeleteRoute) and adds it again. commit() ends a
+// batch with doCommitRouteBatch on every chip.
+//
+// Ownership of a chip's set. Between its allocation and the bind the set is
+// held by a local reference only; once bound, the chip's route is its only
+// holder here. So when the last route leaves a set, the chip sees it go and
+// can keep it as a zombie or free it; the programmer never keeps one alive.
+//
+// Failures. A route that a chip could not program is parked on that chip
+// with a failure code (kFailure*): no OIF set (replication table), no handle
+// while the chip's route or boundary table is full, or no handle for another
+// reason. A route whose new outputs found no set keeps its old set
+// programmed on that chip but is parked until the new one fits. Parked routes
+// are retried when the chip's matching free flag (mtableFree, mrouteTcamFree,
+// boundaryTcamFree) comes back true, and all of a chip's parked routes when
+// its mrouteReviewKick moves. A trigger that arrives while the programmer is
+// itself calling the chips (inside routeIs, routeDel, commit, a retry) is
+// remembered and served at the end of commit(), or of the retry in progress.
+// A trigger arriving from outside retries at once, from the reactor, in the
+// chip's notification: a chip raises its flags and moves its kick only where
+// it can take new calls. Each retry pass visits a parked route once and ends
+// with doCommitRouteBatch on that chip; triggers raised by a pass run at most
+// kMaxRetryRounds further passes.
+//
+// Status. Each route's hardware route status in its family's
+// Hardware::Status (vrfStatusIs(vrfName)->routeIs(key)) records its
+// acceptingIntfId, programmed (true only when every chip holds the route as
+// desired; false while there is no chip) and failureReason (the code of the
+// first chip, in the order chips were added, where it is parked). routeDel
+// removes the route status. A null status leaves that family unrecorded.
+//
+// Not re-entrant: a chip must not call back into the programmer from the
+// calls it receives. Destroying the programmer leaves the chips' routes as
+// they are.
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include "absl/container/flat_hash_map.h"
+#include "absl/container/flat_hash_set.h"
+#include "absl/container/inlined_vector.h"
+#include "platform/fib/IpGenRouteKey.h"
+#include "platform/fib/hardware/Status.h"
+#include "platform/mroutelib/DesiredRoute.h"
+#include "platform/mroutelib/OifSet.h"
+#include "platform/mroutelib/OifSetRegistry.h"
+#include "platform/mroutelib/RouteHandle.h"
+#include "platform/mroutelib/SwitchChip.h"
+#include "platform/net/IntfId.h"
+#include "platform/types/VlanIdOrNone.h"
+#include "platform/types/VrfName.h"
+#include "platform/vex/Ptr.h"
+
+namespace MrouteLib {
+
+class RouteProgrammer : public Vex::RefCounted {
+ public:
+  // Failure codes written to RouteStatus::failureReason.
+  static constexpr std::uint32_t kFailureNone = 0;
+  static constexpr std::uint32_t kFailureReplicationTableFull = 1;
+  static constexpr std::uint32_t kFailureRouteTableFull = 2;
+  static constexpr std::uint32_t kFailureBoundaryTableFull = 3;
+  static constexpr std::uint32_t kFailureOther = 4;
+  // Further retry passes one trigger may lead to.
+  static constexpr int kMaxRetryRounds = 4;
+
+  using HardwareStatus = Routing::Multicast::Fib::Hardware::Status;
+
+  RouteProgrammer(Vex::Ptr<OifSetRegistry> registry, Vex::Ptr<HardwareStatus> v4Status,
+                  Vex::Ptr<HardwareStatus> v6Status);
+  ~RouteProgrammer() override;
+
+  // Adds a chip and programs every route on it (ending with its
+  // doCommitRouteBatch); a chip already added changes nothing.
+  void switchChipIs(Vex::Ptr<SwitchChip> chip);
+  // Deletes every route from the chip, commits it and stops driving it.
+  void switchChipDel(Vex::Ptr<SwitchChip> const& chip);
+  bool switchChip(SwitchChip const* chip) const { return slotOf(chip) != kNoSlot; }
+  std::size_t switchChipSize() const { return chips_.size(); }
+
+  // Adds the route, or brings a known one to this description. A route
+  // described as it already is makes no call.
+  void routeIs(DesiredRoute const& route);
+  void routeDel(L3::VrfName const& vrfName, Routing::Multicast::Fib::IpGenRouteKey const& key);
+  // Ends a batch: doCommitRouteBatch on every chip, then the retries that
+  // free flags or kicks asked for during the batch.
+  void commit();
+  std::size_t routeSize() const { return routes_.size(); }
+
+  // The route's handle on chip; invalid when the chip does not hold it.
+  RouteHandle routeHandle(SwitchChip const* chip, L3::VrfName const& vrfName,
+                          Routing::Multicast::Fib::IpGenRouteKey const& key) const;
+  // The shared output set the route is programmed with; null for a boundary
+  // entry or an unknown route.
+  OifSetPtr oifSet(L3::VrfName const& vrfName, Routing::Multicast::Fib::IpGenRouteKey const& key) const;
+  // The route's failure code on chip (kFailureNone when programmed there).
+  std::uint32_t failureReason(SwitchChip const* chip, L3::VrfName const& vrfName,
+                              Routing::Multicast::Fib::IpGenRouteKey const& key) const;
+
+  // Routes programmed on every chip (0 while there is no chip).
+  std::size_t routesProgrammed() const { return chips_.empty() ? 0 : routes_.size() - routesParked_; }
+  // Routes parked on at least one chip.
+  std::size_t routesParked() const { return routesParked_; }
+  // Retry attempts of one parked route on one chip, since construction.
+  std::uint64_t retries() const { return retries_; }
+  // Calls made on the chips (every do* operation), since construction.
+  std::uint64_t programmingCalls() const { return programmingCalls_; }
+
+ private:
+  static constexpr std::size_t kNoSlot = ~std::size_t{0};
+  // Retry trigger bits: one per failure code, and the kick (every code,
+  // whatever the flags say).
+  static constexpr std::uint8_t kRetryKick = 1U << 4;
+
+  struct RouteId {
+    L3::VrfName vrfName;
+    Routing::Multicast::Fib::IpGenRouteKey key;
+    friend bool operator==(RouteId const&, RouteId const&) = default;
+    template <typename H>
+    friend H AbslHashValue(H h, RouteId const& r) {
+      return H::combine(std::move(h), r.vrfName.stringValue(), r.key.hash());
+    }
+  };
+  // One route on one chip. A valid handle with a failure is a route whose
+  // current outputs could not be programmed: it still replicates to its old set.
+  struct ChipRoute {
+    RouteHandle handle;
+    std::uint8_t failure = kFailureNone;
+  };
+  struct RouteRecord {
+    OifSetPtr oifSet;  // null for a boundary entry
+    absl::InlinedVector<ChipRoute, 2> chip;  // by chip slot
+    Netcore::IntfId acceptingIntfId;
+    Bridging::VlanIdOrNone acceptingVlan;
+    std::uint16_t rpaId = DesiredRoute::kRpaIdNone;
+    std::uint16_t parkedChips = 0;
+    bool bridge = false;
+    bool fastdrop = false;
+    bool noRpf = false;
+  };
+  using RouteMap = absl::flat_hash_map<RouteId, RouteRecord>;
+
+  class VexSwitchChip;
+  struct ChipState {
+    Vex::Ptr<SwitchChip> chip;
+    std::unique_ptr<VexSwitchChip> reactor;
+    // Parked route ids, by failure code - 1.
+    std::array<absl::flat_hash_set<RouteId>, 4> parked;
+    std::uint8_t pendingRetry = 0;
+  };
+
+  class BusyScope {
+   public:
+    explicit BusyScope(RouteProgrammer& p) : p_(p), outer_(!p.busy_) { p_.busy_ = true; }
+    ~BusyScope() {
+      if (outer_) p_.busy_ = false;
+    }
+    BusyScope(BusyScope const&) = delete;
+    BusyScope& operator=(BusyScope const&) = delete;
+
+   private:
+    RouteProgrammer& p_;
+    bool outer_;
+  };
+
+  std::size_t slotOf(SwitchChip const* chip) const;
+  RouteRecord const* record(L3::VrfName const& vrfName, Routing::Multicast::Fib::IpGenRouteKey const& key) const;
+  void programOnChip(std::size_t slot, RouteId const& id, RouteRecord& rec, bool reAdd);
+  Vex::Ptr<MtableOifSet> allocateMtableOifSet(SwitchChip& chip, OifSetPtr const& oifSet);
+  void chipFailureIs(std::size_t slot, RouteId const& id, RouteRecord& rec, std::uint8_t failure);
+  void writeStatus(RouteId const& id, RouteRecord const& rec);
+  HardwareStatus* statusOf(Routing::Multicast::Fib::IpGenRouteKey const& key) const;
+  void retryTriggerIs(ChipState& cs, std::uint8_t bits);
+  void runRetries(ChipState& cs);
+  void retryPass(ChipState& cs, std::uint8_t bits);
+
+  Vex::Ptr<OifSetRegistry> registry_;
+  Vex::Ptr<HardwareStatus> v4Status_;
+  Vex::Ptr<HardwareStatus> v6Status_;
+  // Declared after the registry: the routes' OifSets go first.
+  RouteMap routes_;
+  std::vector<std::unique_ptr<ChipState>> chips_;
+  std::size_t routesParked_ = 0;
+  std::uint64_t retries_ = 0;
+  std::uint64_t programmingCalls_ = 0;
+  bool busy_ = false;
+};
+
+}  // namespace MrouteLib
