@@ -267,7 +267,8 @@ class ReferenceChip : public FalHelper::MrouteSmHelper {
   void verifyMroute(std::uint32_t switchId, std::uint16_t vrfId, Vex::Ptr<Fal::Route const> const& route) override;
   void verifyMrouteBoundary(std::uint32_t switchId, std::uint16_t vrfId,
                             Vex::Ptr<Fal::Boundary const> const& boundary) override;
-  // A zombie's entry may serve the outputs only if it still holds them.
+  // A zombie's entry may serve the outputs only if it still holds them. The
+  // hook names no chip: true when a chip holds exactly these outputs at the index.
   bool verifyZombieUsable(MrouteLib::PortVlanSet const& portVlanSet, std::uint32_t oifSetIndex) override;
 
  private:
