@@ -231,19 +231,38 @@ TEST_F(ReferenceChipTest, ZombieEntryIsUsableOnlyWhileItHoldsTheSameOutputs) {
 
 // ---- forwarding ----
 
-TEST_F(ReferenceChipTest, SourceRouteWinsOverStarGAndOtherVrfsDoNotMatch) {
-  chip_->capacityIs(0, ReferenceChip::Capacity{8, 8, 8});
-  route(starG("239.1.1.1"), 10, allocate({"Ethernet1.100"}));
-  route(sg("10.0.0.1", "239.1.1.1"), 10, allocate({"Ethernet2.100"}));
-  chip_->doAllocateMroute(0, kVrf + 1, sg("10.0.0.2", "239.1.1.1"), vlan(10), false, allocate({"Ethernet3.100"}), false, 0);
+struct Family {
+  char const* name;
+  char const* any;  // the (*,G) source
+  char const* source;
+  char const* otherSource;
+  char const* group;
+  char const* otherGroup;
+};
 
-  EXPECT_EQ(send("10.0.0.1", "239.1.1.1", 10).copies, pvs({"Ethernet2.100"}));
-  EXPECT_EQ(send("10.0.0.2", "239.1.1.1", 10).copies, pvs({"Ethernet1.100"}));
-  auto missed = send("10.0.0.1", "239.2.2.2", 10);
+class ReferenceChipFamilyTest : public ReferenceChipTest, public ::testing::WithParamInterface<Family> {};
+
+TEST_P(ReferenceChipFamilyTest, SourceRouteWinsOverStarGAndOtherVrfsDoNotMatch) {
+  Family const& f = GetParam();
+  chip_->capacityIs(0, ReferenceChip::Capacity{8, 8, 8});
+  IpGenRouteKey const starKey(IpGenPrefix(f.any), IpGenPrefix(f.group));
+  route(starKey, 10, allocate({"Ethernet1.100"}));
+  route(IpGenRouteKey(IpGenPrefix(f.source), IpGenPrefix(f.group)), 10, allocate({"Ethernet2.100"}));
+  chip_->doAllocateMroute(0, kVrf + 1, IpGenRouteKey(IpGenPrefix(f.otherSource), IpGenPrefix(f.group)), vlan(10), false,
+                          allocate({"Ethernet3.100"}), false, 0);
+
+  EXPECT_EQ(send(f.source, f.group, 10).copies, pvs({"Ethernet2.100"}));
+  EXPECT_EQ(send(f.otherSource, f.group, 10).copies, pvs({"Ethernet1.100"})) << "the other VRF's (S,G) does not match";
+  auto missed = send(f.source, f.otherGroup, 10);
   EXPECT_EQ(missed.dropReason, Drop::noRoute);
   EXPECT_TRUE(missed.route.isNull());
-  EXPECT_EQ(send("10.0.0.1", "239.1.1.1", 10, 1).dropReason, Drop::noRoute) << "routes are per chip";
+  EXPECT_EQ(send(f.source, f.group, 10, 1).dropReason, Drop::noRoute) << "routes are per chip";
 }
+
+INSTANTIATE_TEST_SUITE_P(Families, ReferenceChipFamilyTest,
+                         ::testing::Values(Family{"Ipv4", "0.0.0.0/0", "10.0.0.1", "10.0.0.2", "239.1.1.1", "239.2.2.2"},
+                                           Family{"Ipv6", "::/0", "2001:db8::1", "2001:db8::2", "ff0e::1:1", "ff0e::2:2"}),
+                         [](auto const& info) { return std::string(info.param.name); });
 
 TEST_F(ReferenceChipTest, RpfCheckDropsOtherVlansUnlessNoRpf) {
   std::uint32_t const index = allocate({"Ethernet1.100"});
