@@ -292,7 +292,8 @@ void MrouteSwitchSm::doCleanup() {
 Vex::Seconds MrouteSwitchSm::now() const { return Vex::ActivityManager::current()->now(); }
 
 void MrouteSwitchSm::requestVerify() {
-  if (auto const& v = acsd_ ? acsd_->verifyData() : nullptr; v && v->verify()) v->doRequestVerify();
+  if (!acsd_) return;
+  if (auto const& v = acsd_->verifyData(); v && v->verify()) v->doRequestVerify();
 }
 
 void MrouteSwitchSm::verifyDataIs(Vex::Ptr<VerifyData const> const& v) {
