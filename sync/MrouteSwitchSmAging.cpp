@@ -81,7 +81,7 @@ void MrouteSwitchSm::maybeScheduleAgingReview() {
   agingClock_->timeMinIs(Vex::kNever);
   // This chip has emptied its table while routing is being disabled in both
   // families: the agent waits for every chip to get here.
-  if (!mfibHwStatus_->enabled() && mfib6HwStatus_ && !mfib6HwStatus_->enabled()) {
+  if (mfibHwStatus_ && !mfibHwStatus_->enabled() && mfib6HwStatus_ && !mfib6HwStatus_->enabled()) {
     l3Status_->waitForRoutingDisabledRefCntInc(1);
   }
 }
@@ -139,7 +139,7 @@ void MrouteSwitchSm::doRouteAgingReview() {
   VEX_ASSERT(routeAgingReviewInProgress() && !routeHitCacheRefreshInProgress());
   auto& bookmark = agingReviewBookmark();
   if (!bookmark.ipv4PassDone) {
-    if (!doRouteAgingReviewAfImpl(*mfibHwStatus_)) return;
+    if (mfibHwStatus_ && !doRouteAgingReviewAfImpl(*mfibHwStatus_)) return;
     bookmark.ipv4PassDone = true;
   }
   if (mfib6HwStatus_ && !doRouteAgingReviewAfImpl(*mfib6HwStatus_)) return;
