@@ -1,0 +1,167 @@
+#include "sim/RouteSetGenerator.h"
+
+#include <algorithm>
+#include <limits>
+#include <numeric>
+#include <random>
+#include <set>
+#include <utility>
+
+#include "platform/vex/Assert.h"
+
+namespace FalSim {
+
+namespace {
+
+constexpr std::uint64_t kSaturated = std::numeric_limits<std::uint64_t>::max();
+
+std::uint64_t saturatingMul(std::uint64_t a, std::uint64_t b) {
+  if (a != 0 && b > kSaturated / a) return kSaturated;
+  return a * b;
+}
+
+// n choose k, saturating.
+std::uint64_t choose(std::uint64_t n, std::uint64_t k) {
+  if (k > n) return 0;
+  k = std::min(k, n - k);
+  // result * (n - k + i) / i stays exact at every step; check before it overflows.
+  unsigned __int128 result = 1;
+  for (std::uint64_t i = 1; i <= k; ++i) {
+    result = result * (n - k + i) / i;
+    if (result > kSaturated) return kSaturated;
+  }
+  return static_cast<std::uint64_t>(result);
+}
+
+// One output set before it becomes a PortVlanSet: its ports (as indexes into
+// the spec's ports, ascending) and its VLAN (index into outputVlans).
+struct Draw {
+  std::vector<std::size_t> ports;
+  std::size_t vlan = 0;
+  friend auto operator<=>(Draw const&, Draw const&) = default;
+};
+
+MrouteLib::PortVlanSet toPortVlanSet(RouteSetGenerator::Spec const& spec, Draw const& d) {
+  MrouteLib::PortVlanSet pvs;
+  Bridging::VlanIdOrNone const vlan = spec.outputVlans.empty() ? Bridging::VlanIdOrNone() : spec.outputVlans[d.vlan];
+  bool onProtected = false;
+  for (std::size_t p : d.ports) {
+    pvs.portVlanIs(MrouteLib::PortVlan(spec.ports[p], vlan));
+    if (spec.frr && spec.ports[p] == spec.frr->protectedIntf) onProtected = true;
+  }
+  if (onProtected) {
+    pvs.intfIdIs(spec.frr->protectedIntf);
+    pvs.currentIifIs(spec.frr->protectedIntf);
+    for (auto const& b : spec.frr->backups) pvs.portVlanFrrIs(b);
+  }
+  return pvs;
+}
+
+// Walks every draw in lexicographic order (ports, then VLAN), for the rare
+// case where random draws keep hitting sets already taken.
+class DrawEnumerator {
+ public:
+  DrawEnumerator(std::size_t ports, std::size_t perSet, std::size_t vlans) : n_(ports), vlans_(vlans) {
+    cur_.ports.resize(perSet);
+    std::iota(cur_.ports.begin(), cur_.ports.end(), 0);
+  }
+  bool done() const { return done_; }
+  Draw const& current() const { return cur_; }
+  void next() {
+    if (++cur_.vlan < vlans_) return;
+    cur_.vlan = 0;
+    std::size_t const k = cur_.ports.size();
+    std::size_t i = k;
+    while (i > 0 && cur_.ports[i - 1] == n_ - k + (i - 1)) --i;
+    if (i == 0) {
+      done_ = true;
+      return;
+    }
+    ++cur_.ports[i - 1];
+    for (std::size_t j = i; j < k; ++j) cur_.ports[j] = cur_.ports[j - 1] + 1;
+  }
+
+ private:
+  std::size_t n_;
+  std::size_t vlans_;
+  Draw cur_;
+  bool done_ = false;
+};
+
+}  // namespace
+
+std::uint64_t RouteSetGenerator::maxDistinct(Spec const& spec) {
+  std::uint64_t const vlans = std::max<std::size_t>(1, spec.outputVlans.size());
+  return saturatingMul(choose(spec.ports.size(), spec.portsPerSet), vlans);
+}
+
+Netcore::IpGenAddr RouteSetGenerator::groupOf(Netcore::IpGenAddr const& base, std::uint64_t i) {
+  if (base.isV4()) return Netcore::IpGenAddr::v4(static_cast<std::uint32_t>(base.v4Addr() + i));
+  auto bytes = base.bytes();
+  unsigned carry = 0;
+  for (int b = 15; b >= 0; --b) {
+    unsigned const add = static_cast<unsigned>(i & 0xFF) + carry;
+    i >>= 8;
+    unsigned const sum = bytes[b] + add;
+    bytes[b] = static_cast<std::uint8_t>(sum);
+    carry = sum >> 8;
+    if (i == 0 && carry == 0) break;
+  }
+  return Netcore::IpGenAddr::v6(bytes);
+}
+
+Scenario::RouteSet RouteSetGenerator::generate(std::string name, Spec const& spec) {
+  VEX_ASSERT(spec.portsPerSet >= 1 && spec.portsPerSet <= spec.ports.size());
+  VEX_ASSERT(spec.diversity >= 1 && spec.diversity <= maxDistinct(spec));
+  VEX_ASSERT(!spec.acceptingVlans.empty());
+
+  std::mt19937_64 rng(spec.seed);
+  std::size_t const vlans = std::max<std::size_t>(1, spec.outputVlans.size());
+  std::size_t const wanted = std::min(spec.diversity, std::max<std::size_t>(spec.count, 1));
+
+  // Draw the distinct sets.
+  std::set<Draw> taken;
+  std::vector<Draw> draws;
+  draws.reserve(wanted);
+  std::vector<std::size_t> order(spec.ports.size());
+  std::size_t attempts = 0;
+  std::size_t const maxAttempts = 20 * wanted + 1000;
+  while (draws.size() < wanted && attempts++ < maxAttempts) {
+    std::iota(order.begin(), order.end(), 0);
+    // Partial Fisher-Yates: the first portsPerSet of order are a uniform choice.
+    for (std::size_t i = 0; i < spec.portsPerSet; ++i) std::swap(order[i], order[i + rng() % (order.size() - i)]);
+    Draw d;
+    d.ports.assign(order.begin(), order.begin() + static_cast<std::ptrdiff_t>(spec.portsPerSet));
+    std::sort(d.ports.begin(), d.ports.end());
+    d.vlan = rng() % vlans;
+    if (taken.insert(d).second) draws.push_back(std::move(d));
+  }
+  for (DrawEnumerator e(spec.ports.size(), spec.portsPerSet, vlans); draws.size() < wanted && !e.done(); e.next()) {
+    if (taken.insert(e.current()).second) draws.push_back(e.current());
+  }
+  VEX_ASSERT(draws.size() == wanted);
+
+  std::vector<MrouteLib::PortVlanSet> sets;
+  sets.reserve(draws.size());
+  for (auto const& d : draws) sets.push_back(toPortVlanSet(spec, d));
+
+  Scenario::RouteSet out;
+  out.name = std::move(name);
+  out.generated = true;
+  out.distinctOutputs = spec.count == 0 ? 0 : sets.size();
+  out.routes.reserve(spec.count);
+  for (std::size_t i = 0; i < spec.count; ++i) {
+    Netcore::IpGenAddr const group = groupOf(spec.groupBase, i);
+    MrouteLib::DesiredRoute r(spec.vrf, Routing::Multicast::Fib::IpGenRouteKey(
+                                            spec.source, Netcore::IpGenPrefix(group, Netcore::IpGenPrefix::maxLen(group.af()))));
+    Bridging::VlanId const vlan = spec.acceptingVlans[i % spec.acceptingVlans.size()];
+    r.acceptingVlanIs(vlan);
+    r.acceptingIntfIdIs(Netcore::IntfId::vlan(vlan.value()));
+    std::size_t const s = i < sets.size() ? i : rng() % sets.size();
+    r.outputsIs(sets[s]);
+    out.routes.push_back(std::move(r));
+  }
+  return out;
+}
+
+}  // namespace FalSim
