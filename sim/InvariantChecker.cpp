@@ -1,0 +1,151 @@
+#include "sim/InvariantChecker.h"
+
+#include <set>
+#include <sstream>
+#include <tuple>
+
+#include "absl/container/btree_set.h"
+
+namespace FalSim {
+
+namespace {
+
+using Routing::Multicast::Fib::IpGenRouteKey;
+
+// Content that the switch programs through an entry of its own per route,
+// never shared nor counted in its index bookkeeping.
+bool unshared(MrouteLib::PortVlanSet const& pvs) {
+  return pvs.portVlanSize() == 0 && pvs.portVlanFrrSize() == 0 && pvs.natVlanSize() == 0;
+}
+
+std::string chipPrefix(std::uint32_t chip) { return "chip " + std::to_string(chip) + ": "; }
+
+}  // namespace
+
+std::vector<std::string> InvariantChecker::check(SimAgent const& agent, DesiredRoutes const& desired) {
+  ++checks_;
+  std::vector<std::string> out;
+  load_ = Load{};
+  ReferenceChip const& chip = agent.chip();
+  std::uint32_t const chips = static_cast<std::uint32_t>(agent.switches());
+
+  // Whether every chip holds each wanted route as wanted.
+  std::vector<bool> heldEverywhere(desired.size(), true);
+
+  for (std::uint32_t c = 0; c < chips; ++c) {
+    Fal::MrouteSwitch& sw = agent.switchAt(c);
+    std::string const where = chipPrefix(c);
+
+    // The library's sets: those its routes use, and its zombies.
+    absl::btree_set<std::uint32_t> live;
+    absl::btree_set<std::uint32_t> shared;
+    auto note = [&](Fal::MtableOifSet const& set) {
+      live.insert(set.oifSetIndex());
+      if (!set.oifSet() || !unshared(set.oifSet()->portVlanSet())) shared.insert(set.oifSetIndex());
+    };
+    for (auto const& [handle, route] : sw.routes()) {
+      if (auto const& set = route->mtableOifSet()) note(*set);
+    }
+    for (auto const& [key, set] : sw.zombieOifSet()) note(*set);
+    for (auto& v : chip.invariantViolations(c, live)) out.push_back(std::move(v));
+    std::size_t recorded = 0;
+    for (std::uint32_t index : shared) {
+      if (sw.oifSetIndexColl(index)) ++recorded;
+    }
+    if (recorded != shared.size() || sw.oifSetIndexCollSize() != shared.size()) {
+      out.push_back(where + "the switch records " + std::to_string(sw.oifSetIndexCollSize()) +
+                    " shared OIF-set indexes in use, its routes and zombies hold " + std::to_string(shared.size()) +
+                    " (" + std::to_string(recorded) + " of them recorded)");
+    }
+
+    auto const& hwRoutes = chip.routes(c);
+    auto const& hwBoundaries = chip.boundaries(c);
+    if (sw.routeSize() != hwRoutes.size()) {
+      out.push_back(where + "the switch holds " + std::to_string(sw.routeSize()) + " routes, the chip " +
+                    std::to_string(hwRoutes.size()));
+    }
+    if (sw.boundarySize() != hwBoundaries.size()) {
+      out.push_back(where + "the switch holds " + std::to_string(sw.boundarySize()) + " boundary entries, the chip " +
+                    std::to_string(hwBoundaries.size()));
+    }
+    // Field by field; the chip records what differs.
+    sw.handleVerify();
+
+    std::set<std::tuple<std::uint16_t, IpGenRouteKey, std::uint16_t>> boundaryKeys;
+    for (auto const& [h, b] : hwBoundaries) boundaryKeys.emplace(b.vrfId, b.key, b.vlan.value());
+
+    std::size_t present = 0;
+    std::size_t i = 0;
+    for (auto const& [id, want] : desired) {
+      std::size_t const slot = i++;
+      auto const vrfId = agent.l3Status().vrfNameToId(want.vrfName());
+      if (!vrfId) {
+        heldEverywhere[slot] = false;
+        continue;
+      }
+      auto const hwVrf = static_cast<std::uint16_t>(*vrfId);
+      if (want.bridge()) {
+        bool const held = boundaryKeys.contains({hwVrf, want.key(), want.acceptingVlan().value()});
+        present += held;
+        if (!held) heldEverywhere[slot] = false;
+        continue;
+      }
+      auto const* r = chip.route(c, hwVrf, want.key(), want.acceptingVlan());
+      if (!r) {
+        heldEverywhere[slot] = false;
+        continue;
+      }
+      ++present;
+      auto const* entry = r->oifSetIndex == 0 ? nullptr : chip.replicationEntry(c, r->oifSetIndex);
+      bool const asWanted = entry && (entry->portVlanSet == want.outputs() ||
+                                      entry->portVlanSet == want.outputs().withFrrApplied());
+      if (!asWanted) heldEverywhere[slot] = false;
+    }
+    std::size_t const held = hwRoutes.size() + hwBoundaries.size();
+    if (present != held) {
+      out.push_back(where + "the chip holds " + std::to_string(held - present) +
+                    " route or boundary entries that no wanted route accounts for");
+    }
+
+    load_.hwRoutes += hwRoutes.size();
+    for (auto const& [h, r] : hwRoutes) {
+      if (r.oifSetIndex != 0) ++load_.routesWithEntry;
+    }
+    load_.entries += chip.replicationEntries(c).size();
+    load_.zombies += sw.zombieOifSet().size();
+  }
+
+  // Route status against what the chips hold.
+  std::size_t i = 0;
+  for (auto const& [id, want] : desired) {
+    std::size_t const slot = i++;
+    auto const& status = agent.hwStatus(want.key().af());
+    auto vrf = status.vrfStatus(want.vrfName());
+    auto route = vrf ? vrf->route(want.key()) : nullptr;
+    std::string const name = "route [" + want.vrfName().stringValue() + "] " + want.key().pretty() + ": ";
+    if (!route) {
+      out.push_back(name + "has no hardware route status");
+      continue;
+    }
+    bool const held = chips > 0 && heldEverywhere[slot];
+    if (route->programmed() != held) {
+      out.push_back(name + "its status says " + (route->programmed() ? "programmed" : "not programmed") +
+                    ", but " + (held ? "every chip holds it as wanted" : "not every chip holds it as wanted"));
+    }
+  }
+  std::size_t statuses = agent.hwStatus(Netcore::AddressFamily::ipv4).routes() +
+                         agent.hwStatus(Netcore::AddressFamily::ipv6).routes();
+  if (statuses != desired.size()) {
+    out.push_back("the hardware status holds " + std::to_string(statuses) + " route statuses for " +
+                  std::to_string(desired.size()) + " wanted routes");
+  }
+
+  // What the chip itself noticed since the last check (verification included).
+  auto const& recorded = chip.violations();
+  if (chipViolationsSeen_ > recorded.size()) chipViolationsSeen_ = 0;
+  for (std::size_t v = chipViolationsSeen_; v < recorded.size(); ++v) out.push_back(recorded[v]);
+  chipViolationsSeen_ = recorded.size();
+  return out;
+}
+
+}  // namespace FalSim

@@ -1,0 +1,63 @@
+#pragma once
+// FalSim::InvariantChecker: compares what the reference chips hold with what
+// the library and the route programmer believe, after every step of a run.
+//
+// Per chip:
+// - every route points at a live replication entry; no entry is held that the
+//   library does not hold a set for (leak), none the library holds is
+//   missing, none was freed twice (ReferenceChip::invariantViolations, fed
+//   with the indexes of the library's routes and zombies);
+// - the switch's index bookkeeping (oifSetIndexColl) names exactly the
+//   shared sets its routes and zombies hold;
+// - the switch holds as many routes and boundary entries as the chip, and
+//   each agrees field by field (the switch's own verification, through the
+//   verify hooks, whose findings the chip records);
+// - the chip holds no route that nobody wants.
+// Per wanted route: its hardware route status exists and says programmed
+// exactly when every chip holds it as wanted (its entry replicating to the
+// wanted outputs, or to their fast-reroute form after a failure).
+// And anything the chip recorded as a violation since the last check.
+//
+// Findings are readable lines; an empty result means every invariant holds.
+#include <cstddef>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "absl/container/btree_map.h"
+#include "platform/fib/IpGenRouteKey.h"
+#include "platform/mroutelib/DesiredRoute.h"
+#include "platform/types/VrfName.h"
+#include "sim/SimAgent.h"
+
+namespace FalSim {
+
+// The routes the owner wants, by (VRF, key).
+using DesiredRoutes =
+    absl::btree_map<std::pair<L3::VrfName, Routing::Multicast::Fib::IpGenRouteKey>, MrouteLib::DesiredRoute>;
+
+class InvariantChecker {
+ public:
+  // What one check saw, for the report's figures.
+  struct Load {
+    std::size_t hwRoutes = 0;         // routes over all chips
+    std::size_t routesWithEntry = 0;  // of which replicate through an entry
+    std::size_t entries = 0;          // replication entries over all chips
+    std::size_t zombies = 0;          // of which zombies
+    // Routes per live (non-zombie) entry; 0 when there is none.
+    double sharingRatio() const {
+      return entries > zombies ? static_cast<double>(routesWithEntry) / static_cast<double>(entries - zombies) : 0.0;
+    }
+  };
+
+  std::vector<std::string> check(SimAgent const& agent, DesiredRoutes const& desired);
+  Load const& load() const { return load_; }
+  std::size_t checks() const { return checks_; }
+
+ private:
+  std::size_t chipViolationsSeen_ = 0;
+  std::size_t checks_ = 0;
+  Load load_;
+};
+
+}  // namespace FalSim
