@@ -1,0 +1,218 @@
+#include "sim/SimReport.h"
+
+#include <cstdio>
+#include <string>
+
+#include "platform/upg/RapidJson.h"
+
+namespace FalSim {
+
+namespace {
+
+std::string seconds(Vex::Seconds s) {
+  char buf[32];
+  std::snprintf(buf, sizeof buf, "%.6f s", s);
+  return buf;
+}
+
+std::string ratio(double r) {
+  char buf[32];
+  std::snprintf(buf, sizeof buf, "%.1f", r);
+  return buf;
+}
+
+}  // namespace
+
+void SimReport::violationIs(std::string text) {
+  ++violations;
+  if (findings.size() < kFindingsKept) findings.push_back(std::move(text));
+}
+
+void SimReport::expectationFailedIs(std::string text) {
+  ++expectationsFailed;
+  if (findings.size() < kFindingsKept) findings.push_back(std::move(text));
+}
+
+void SimReport::printVerdict(std::ostream& os) const {
+  os << "mroute-sim: " << scenario << ": " << (ok() ? "OK" : "FAILED") << " (" << checks << " checks, " << violations
+     << " invariant violations, " << expectationsFailed << " failed expectations)\n";
+}
+
+void SimReport::printHuman(std::ostream& os) const {
+  auto line = [&os](char const* title, std::string const& text) {
+    char buf[16];
+    std::snprintf(buf, sizeof buf, "%-14s", title);
+    os << buf << text << '\n';
+  };
+  using std::to_string;
+  line("Scenario", scenario + (description.empty() ? "" : ": " + description));
+  line("Run", to_string(events) + " events (" + to_string(eventsLate) + " late), " + to_string(chips) +
+                  (chips == 1 ? " chip" : " chips") + ", virtual time " + seconds(endTime) + ", wall " + seconds(wallSeconds));
+  line("Routes", "wanted " + to_string(routesDesired) + ", programmed on every chip " + to_string(routesProgrammed) +
+                     ", parked " + to_string(routesParked) + " (peak " + to_string(peakRoutesParked) + "), retries " +
+                     to_string(retries) + ", chip calls " + to_string(programmingCalls));
+  line("Hardware", "routes " + to_string(hwRoutes) + ", boundary entries " + to_string(hwBoundaries) +
+                       " (all chips)");
+  line("Replication", "entries in use " + to_string(entriesInUse) + " (zombies " + to_string(zombiesNow) +
+                          "), peak " + to_string(peakEntries) + ", allocated " + to_string(allocations) +
+                          ", freed " + to_string(frees));
+  line("Sharing", ratio(sharingRatio) + " routes per entry at the end, " + ratio(sharingAtPeak) + " at peak load (" +
+                      to_string(peakHwRoutes) + " routes); " + to_string(distinctOutputSets) +
+                      " distinct output sets wanted");
+  line("Zombies", "entered " + to_string(zombiesEntered) + ", reused " + to_string(zombieReuses) + ", expired " +
+                      to_string(zombieExpiries));
+  line("Table full", "route " + to_string(tableFullEpisodes[0]) + ", boundary " + to_string(tableFullEpisodes[1]) +
+                         ", replication " + to_string(tableFullEpisodes[2]) + " episodes; refused allocations " +
+                         to_string(refusedAllocations));
+  line("Fast reroute", "interface failures " + to_string(interfaceFailures) + ", entries rewritten in place " +
+                           to_string(frrRewrites) + ", converged in " + seconds(lastConvergence) + " (longest " +
+                           seconds(longestConvergence) + ")");
+  line("Aging", "passes " + to_string(agingPassesStarted) + " started, " + to_string(agingPassesCompleted) +
+                    " completed; hit bits read " + to_string(hitBitReads) + ", stamps " + to_string(activityStamps) +
+                    ", routes with activity " + to_string(routesWithActivity));
+  line("Counters", "rows " + to_string(counterRows) + " (active " + to_string(counterActive) + "), counted " +
+                       to_string(countedTotal) + ", reads " + to_string(counterReads));
+  line("Traffic", "packets sent " + to_string(packetsSent) + ", forwarded " + to_string(packetsForwarded) +
+                      ", dropped " + to_string(packetsDropped) + ", copies " + to_string(copies) +
+                      "; expectations met " + to_string(expectationsMet) + ", failed " + to_string(expectationsFailed));
+  line("Restarts", to_string(restarts) + " (route statuses recovered " + to_string(routesRecovered) +
+                       ", stale chip entries cleared " + to_string(staleEntriesCleared) +
+                       ", stale statuses removed " + to_string(staleStatusesRemoved) + ")");
+  line("Event loop", "longest slice " + seconds(longestSlice) + ", longest event " + seconds(longestEvent) +
+                         (longestEventPath.empty() ? "" : " (" + longestEventPath + ")"));
+  line("Invariants", std::string(violations == 0 ? "HOLD" : "BROKEN") + ": " + to_string(checks) + " checks, " +
+                         to_string(violations) + " violations");
+  line("Verdict", std::string(ok() ? "OK" : "FAILED") + " (" + to_string(violations) + " invariant violations, " +
+                      to_string(expectationsFailed) + " failed expectations)");
+  for (auto const& f : findings) os << "  " << f << '\n';
+  if (violations + expectationsFailed > findings.size()) {
+    os << "  ... and " << (violations + expectationsFailed - findings.size()) << " more\n";
+  }
+}
+
+void SimReport::printJson(std::ostream& os) const {
+  rapidjson::StringBuffer buf;
+  rapidjson::PrettyWriter<rapidjson::StringBuffer> w(buf);
+  w.SetIndent(' ', 2);
+  auto u = [&w](char const* k, std::uint64_t v) {
+    w.Key(k);
+    w.Uint64(v);
+  };
+  auto d = [&w](char const* k, double v) {
+    w.Key(k);
+    w.Double(v);
+  };
+  auto s = [&w](char const* k, std::string const& v) {
+    w.Key(k);
+    w.String(v.c_str(), static_cast<rapidjson::SizeType>(v.size()));
+  };
+  w.StartObject();
+  s("scenario", scenario);
+  s("description", description);
+  w.Key("ok");
+  w.Bool(ok());
+  w.Key("run");
+  w.StartObject();
+  u("chips", chips);
+  u("events", events);
+  u("eventsLate", eventsLate);
+  d("endTime", endTime);
+  d("wallSeconds", wallSeconds);
+  w.EndObject();
+  w.Key("routes");
+  w.StartObject();
+  u("wanted", routesDesired);
+  u("programmed", routesProgrammed);
+  u("parked", routesParked);
+  u("peakParked", peakRoutesParked);
+  u("retries", retries);
+  u("chipCalls", programmingCalls);
+  u("hwRoutes", hwRoutes);
+  u("hwBoundaries", hwBoundaries);
+  w.EndObject();
+  w.Key("replication");
+  w.StartObject();
+  u("entriesInUse", entriesInUse);
+  u("zombies", zombiesNow);
+  u("peakEntries", peakEntries);
+  u("allocated", allocations);
+  u("freed", frees);
+  u("distinctOutputSets", distinctOutputSets);
+  d("sharingRatio", sharingRatio);
+  d("sharingAtPeak", sharingAtPeak);
+  u("peakHwRoutes", peakHwRoutes);
+  w.EndObject();
+  w.Key("zombies");
+  w.StartObject();
+  u("entered", zombiesEntered);
+  u("reused", zombieReuses);
+  u("expired", zombieExpiries);
+  w.EndObject();
+  w.Key("tableFull");
+  w.StartObject();
+  u("route", tableFullEpisodes[0]);
+  u("boundary", tableFullEpisodes[1]);
+  u("replication", tableFullEpisodes[2]);
+  u("refusedAllocations", refusedAllocations);
+  w.EndObject();
+  w.Key("fastReroute");
+  w.StartObject();
+  u("interfaceFailures", interfaceFailures);
+  u("rewrites", frrRewrites);
+  d("lastConvergence", lastConvergence);
+  d("longestConvergence", longestConvergence);
+  w.EndObject();
+  w.Key("aging");
+  w.StartObject();
+  u("passesStarted", agingPassesStarted);
+  u("passesCompleted", agingPassesCompleted);
+  u("hitBitReads", hitBitReads);
+  u("stamps", activityStamps);
+  u("routesWithActivity", routesWithActivity);
+  w.EndObject();
+  w.Key("counters");
+  w.StartObject();
+  u("rows", counterRows);
+  u("active", counterActive);
+  w.Key("counted");
+  w.Int64(countedTotal);
+  u("reads", counterReads);
+  w.EndObject();
+  w.Key("traffic");
+  w.StartObject();
+  u("sent", packetsSent);
+  u("forwarded", packetsForwarded);
+  u("dropped", packetsDropped);
+  u("copies", copies);
+  u("expectationsMet", expectationsMet);
+  u("expectationsFailed", expectationsFailed);
+  w.EndObject();
+  w.Key("restarts");
+  w.StartObject();
+  u("count", restarts);
+  u("routesRecovered", routesRecovered);
+  u("staleEntriesCleared", staleEntriesCleared);
+  u("staleStatusesRemoved", staleStatusesRemoved);
+  w.EndObject();
+  w.Key("eventLoop");
+  w.StartObject();
+  d("longestSlice", longestSlice);
+  d("longestEvent", longestEvent);
+  s("longestEventAt", longestEventPath);
+  w.EndObject();
+  w.Key("invariants");
+  w.StartObject();
+  w.Key("hold");
+  w.Bool(violations == 0);
+  u("checks", checks);
+  u("violations", violations);
+  w.Key("findings");
+  w.StartArray();
+  for (auto const& f : findings) w.String(f.c_str(), static_cast<rapidjson::SizeType>(f.size()));
+  w.EndArray();
+  w.EndObject();
+  w.EndObject();
+  os << buf.GetString() << '\n';
+}
+
+}  // namespace FalSim

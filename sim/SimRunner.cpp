@@ -1,0 +1,424 @@
+#include "sim/SimRunner.h"
+
+#include <algorithm>
+#include <sstream>
+
+#include "absl/container/flat_hash_set.h"
+#include "platform/intf/IntfOperStatus.h"
+
+namespace FalSim {
+
+namespace {
+
+using EventKind = Scenario::EventKind;
+using Routing::Multicast::Fib::IpGenRouteKey;
+
+std::string copiesText(std::vector<MrouteLib::PortVlan> const& copies) {
+  std::string out = "[";
+  for (std::size_t i = 0; i < copies.size(); ++i) out += (i ? ", " : "") + copies[i].stringValue();
+  return out + "]";
+}
+
+Netcore::IpGenAddr defaultStarGSource(Netcore::AddressFamily af) {
+  return Netcore::IpGenAddr(af == Netcore::AddressFamily::ipv6 ? "2001:db8::1" : "192.0.2.1");
+}
+
+double wallSince(std::chrono::steady_clock::time_point t) {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - t).count();
+}
+
+}  // namespace
+
+SimRunner::SimRunner(Scenario scenario) : SimRunner(std::move(scenario), Options()) {}
+
+SimRunner::SimRunner(Scenario scenario, Options options)
+    : scenario_(std::move(scenario)),
+      options_(std::move(options)),
+      am_(std::make_unique<Vex::VirtualTimeSource>(0.0)) {}
+
+SimRunner::~SimRunner() {
+  // The agent's clocks and reactors go before the loop they are armed on.
+  agent_.reset();
+}
+
+SimReport SimRunner::run() {
+  start();
+  while (step()) {
+  }
+  finish();
+  return report_;
+}
+
+void SimRunner::start() {
+  if (started_) return;
+  started_ = true;
+  wallStart_ = lastProgress_ = std::chrono::steady_clock::now();
+  report_.scenario = scenario_.name;
+  report_.description = scenario_.description;
+  report_.chips = scenario_.chips.count;
+  report_.events = scenario_.events.size();
+  chip_ = options_.chipFactory ? options_.chipFactory("FalSim::ReferenceChip", scenario_.chips.count, scenario_.chips.capacity)
+                               : Vex::make<ReferenceChip>("FalSim::ReferenceChip", scenario_.chips.count,
+                                                          scenario_.chips.capacity);
+  chip_->operationCostIs(scenario_.chips.operationCost);
+  agent_ = std::make_unique<SimAgent>(scenario_, chip_);
+  agent_->start();
+  am_.runUntil(am_.now());
+  check("start");
+}
+
+bool SimRunner::step() {
+  if (!started_) start();
+  if (next_ >= scenario_.events.size()) return false;
+  Scenario::Event const& e = scenario_.events[next_++];
+  am_.runUntil(e.at);
+  if (am_.now() > e.at) ++report_.eventsLate;
+  Vex::Seconds const before = am_.now();
+  apply(e);
+  Vex::Seconds const took = am_.now() - before;
+  if (report_.longestEventPath.empty() || took > report_.longestEvent) {
+    report_.longestEvent = took;
+    report_.longestEventPath = e.path + " " + eventKindName(e.kind);
+  }
+  check(e.path);
+  progress();
+  return true;
+}
+
+void SimRunner::finish() {
+  if (finished_) return;
+  if (!started_) start();
+  while (step()) {
+  }
+  finished_ = true;
+  am_.runUntil(std::max(scenario_.end, am_.now()));
+  check("end");
+  fillFigures();
+}
+
+// ---- events ----
+
+void SimRunner::apply(Scenario::Event const& e) {
+  switch (e.kind) {
+    case EventKind::addRoutes: {
+      auto const& routes = scenario_.routeSets[e.set].routes;
+      std::size_t const n = e.count.value_or(routes.size());
+      for (std::size_t i = 0; i < n; ++i) addRoute(routes[i]);
+      endBatch();
+      break;
+    }
+    case EventKind::removeRoutes: {
+      auto const& routes = scenario_.routeSets[e.set].routes;
+      std::size_t const n = e.count.value_or(routes.size());
+      for (std::size_t i = 0; i < n; ++i) removeRoute(routes[i].vrfName(), routes[i].key());
+      endBatch();
+      break;
+    }
+    case EventKind::addRoute:
+      addRoute(e.route);
+      endBatch();
+      break;
+    case EventKind::removeRoute:
+      removeRoute(e.vrf, e.key);
+      endBatch();
+      break;
+    case EventKind::interfaceDown:
+      interfaceDown(e.intf, e.path);
+      break;
+    case EventKind::interfaceUp:
+      if (auto status = agent_->ethIntfStatusDir().intfStatus(e.intf)) status->operStatusIs(Interface::intfOperUp);
+      break;
+    case EventKind::traffic:
+      traffic(e);
+      break;
+    case EventKind::config:
+      config(e.config);
+      break;
+    case EventKind::fault:
+      fault(e.fault);
+      break;
+    case EventKind::restart:
+      restart(e);
+      break;
+  }
+}
+
+void SimRunner::addRoute(MrouteLib::DesiredRoute const& route) {
+  desired_[{route.vrfName(), route.key()}] = route;
+  agent_->programmer().routeIs(route);
+}
+
+void SimRunner::removeRoute(L3::VrfName const& vrf, IpGenRouteKey const& key) {
+  desired_.erase({vrf, key});
+  agent_->programmer().routeDel(vrf, key);
+}
+
+void SimRunner::endBatch() {
+  agent_->programmer().commit();
+  agent_->routesChanged();
+  report_.peakRoutesParked = std::max(report_.peakRoutesParked, agent_->programmer().routesParked());
+}
+
+void SimRunner::interfaceDown(Netcore::IntfId intf, std::string const& where) {
+  auto status = agent_->ethIntfStatusDir().intfStatus(intf);
+  if (!status) return;
+  Vex::Seconds const failedAt = am_.now();
+  status->operStatusIs(Interface::intfOperDown);
+  // The review pass rewrites the protected sets in slices; converged when none is left.
+  while (agent_->frrPending() && am_.runOnce()) {
+  }
+  Vex::Seconds const took = am_.now() - failedAt;
+  if (agent_->frrPending()) {
+    // Sets wait for a rewrite that no pass is scheduled to make.
+    std::string waiting;
+    for (std::size_t c = 0; c < agent_->switches(); ++c) {
+      auto const n = agent_->switchAt(c).frrProcessingOifSet().size();
+      if (n > 0) waiting += (waiting.empty() ? "chip " : ", chip ") + std::to_string(c) + ": " + std::to_string(n);
+    }
+    report_.violationIs(where + ": fast reroute did not converge: OIF sets still wait for their rewrite with no "
+                        "review pass scheduled (" + waiting + ")");
+  }
+  ++report_.interfaceFailures;
+  report_.lastConvergence = took;
+  report_.longestConvergence = std::max(report_.longestConvergence, took);
+}
+
+void SimRunner::traffic(Scenario::Event const& e) {
+  Scenario::Traffic const& t = e.traffic;
+  struct Flow {
+    L3::VrfName vrf;
+    Netcore::IpGenAddr source;
+    Netcore::IpGenAddr group;
+    Bridging::VlanIdOrNone vlan;
+  };
+  std::vector<Flow> flows;
+  if (t.set) {
+    for (auto const& r : scenario_.routeSets[*t.set].routes) {
+      if (r.bridge()) continue;
+      Netcore::IpGenAddr source = r.key().source().address();
+      if (r.key().isStarG()) {
+        source = t.starGSource.af() == r.key().af() ? t.starGSource : defaultStarGSource(r.key().af());
+      }
+      flows.push_back({r.vrfName(), source, r.key().group().address(), r.acceptingVlan()});
+    }
+  } else {
+    flows.push_back({t.vrf, t.source, t.group, t.vlan});
+  }
+  std::vector<std::uint32_t> chips;
+  if (t.chip) {
+    chips.push_back(*t.chip);
+  } else {
+    for (std::uint32_t c = 0; c < scenario_.chips.count; ++c) chips.push_back(c);
+  }
+  for (auto const& f : flows) {
+    std::uint16_t const vrfId = static_cast<std::uint16_t>(scenario_.vrfId(f.vrf).value_or(0));
+    for (std::uint32_t c : chips) {
+      bool allForwarded = true;
+      ReferenceChip::ForwardResult first;
+      for (std::uint32_t p = 0; p < t.packets; ++p) {
+        auto result = chip_->forwardWithReason(c, vrfId, f.source, f.group, f.vlan, t.bytes);
+        ++report_.packetsSent;
+        if (result.forwarded()) {
+          ++report_.packetsForwarded;
+          report_.copies += result.copies.size();
+        } else {
+          ++report_.packetsDropped;
+          allForwarded = false;
+        }
+        if (p == 0) first = std::move(result);
+      }
+      std::ostringstream flow;
+      flow << e.path << ": chip " << c << ": (" << f.source << ", " << f.group << ") on VLAN " << f.vlan;
+      std::string const gave = first.forwarded() ? copiesText(first.copies)
+                                                 : std::string("dropped (") + dropReasonName(first.dropReason) + ")";
+      if (t.expect) {
+        std::vector<MrouteLib::PortVlan> copies = first.copies;
+        std::sort(copies.begin(), copies.end());
+        if (copies == *t.expect) {
+          ++report_.expectationsMet;
+        } else {
+          report_.expectationFailedIs(flow.str() + " gave " + gave + ", expected " + copiesText(*t.expect));
+        }
+      }
+      if (t.expectForwarded) {
+        if (allForwarded) {
+          ++report_.expectationsMet;
+        } else {
+          report_.expectationFailedIs(flow.str() + " was " + gave + ", expected to be forwarded");
+        }
+      }
+    }
+  }
+}
+
+void SimRunner::config(Scenario::Config const& c) {
+  if (c.zombies) agent_->l3Status().mrouteZombieEnabledIs(*c.zombies);
+  if (c.zombieLifetime) agent_->zombieLifetimeIs(*c.zombieLifetime);
+  for (auto af : {Netcore::AddressFamily::ipv4, Netcore::AddressFamily::ipv6}) {
+    auto& vrfConfig = agent_->vrfConfig(af);
+    if (c.activityPollingInterval) vrfConfig.activityPollingIntervalIs(*c.activityPollingInterval);
+    if (c.counterMode) vrfConfig.counterModeIs(*c.counterMode);
+  }
+  // Counters are configured where the top-level state machine watches them.
+  auto& counterConfig = agent_->vrfConfig(Netcore::AddressFamily::ipv4);
+  if (c.allCounter) counterConfig.allCounterIs(*c.allCounter);
+  for (auto const& r : c.counterRoutes) counterConfig.configIs(r.vrf)->counterRouteIs(r.key, true);
+  if (c.capacity) {
+    for (std::uint32_t chip = 0; chip < scenario_.chips.count; ++chip) {
+      if (!c.capacityChip || *c.capacityChip == chip) chip_->capacityIs(chip, *c.capacity);
+    }
+    kick(c.capacityChip);
+  }
+}
+
+void SimRunner::fault(Scenario::Fault const& f) {
+  for (std::uint32_t c = 0; c < scenario_.chips.count; ++c) {
+    if (f.chip && *f.chip != c) continue;
+    if (f.failNext) chip_->failNextAllocationsIs(c, f.table, *f.failNext);
+    if (f.forceFull) chip_->fullForcedIs(c, f.table, *f.forceFull);
+  }
+  if (f.forceFull && !*f.forceFull) kick(f.chip);
+}
+
+void SimRunner::kick(std::optional<std::uint32_t> chip) {
+  for (std::uint32_t c = 0; c < agent_->switches(); ++c) {
+    if (!chip || *chip == c) agent_->switchAt(c).mrouteReviewKickInc();
+  }
+  agent_->routesChanged();
+}
+
+void SimRunner::restart(Scenario::Event const& e) {
+  // Routes every chip held: the recovered status must describe them.
+  std::vector<MrouteLib::DesiredRoute const*> held;
+  for (auto const& [id, want] : desired_) {
+    if (want.bridge()) continue;  // boundary entries are not read back as routes
+    auto vrf = agent_->hwStatus(want.key().af()).vrfStatus(want.vrfName());
+    auto status = vrf ? vrf->route(want.key()) : nullptr;
+    if (status && status->programmed()) held.push_back(&want);
+  }
+  auto const figures = agent_->restart();
+  ++report_.restarts;
+  report_.routesRecovered += figures.routesRecovered;
+  report_.staleEntriesCleared += figures.staleEntriesCleared;
+  for (auto const* want : held) {
+    std::string const name = e.path + ": recovery: route [" + want->vrfName().stringValue() + "] " + want->key().pretty();
+    auto vrf = agent_->hwStatus(want->key().af()).vrfStatus(want->vrfName());
+    auto status = vrf ? vrf->route(want->key()) : nullptr;
+    if (!status) {
+      report_.violationIs(name + " was in hardware but has no recovered status");
+    } else if (status->acceptingIntfId() != want->acceptingIntfId()) {
+      std::ostringstream os;
+      os << name << " was recovered accepting on '" << status->acceptingIntfId() << "', it accepts on '"
+         << want->acceptingIntfId() << "'";
+      report_.violationIs(os.str());
+    }
+  }
+  // The route owner hands its routes to the new agent.
+  for (auto const& [id, want] : desired_) agent_->programmer().routeIs(want);
+  endBatch();
+  // Recovered statuses of routes nobody wants any more.
+  for (auto af : {Netcore::AddressFamily::ipv4, Netcore::AddressFamily::ipv6}) {
+    auto& status = agent_->hwStatus(af);
+    for (auto vrf = status.vrfStatusIterator(); !vrf.done(); ++vrf) {
+      std::vector<IpGenRouteKey> stale;
+      for (auto r = vrf.value()->routeIterator(); !r.done(); ++r) {
+        if (!desired_.contains({vrf.key(), r.key()})) stale.push_back(r.key());
+      }
+      for (auto const& key : stale) vrf.value()->routeDel(key);
+      report_.staleStatusesRemoved += stale.size();
+    }
+  }
+}
+
+// ---- checks and figures ----
+
+void SimRunner::check(std::string const& where) {
+  for (auto& finding : checker_.check(*agent_, desired_)) report_.violationIs(where + ": " + finding);
+  auto const& load = checker_.load();
+  if (load.hwRoutes > report_.peakHwRoutes) {
+    report_.peakHwRoutes = load.hwRoutes;
+    report_.sharingAtPeak = load.sharingRatio();
+  }
+  report_.peakRoutesParked = std::max(report_.peakRoutesParked, agent_->programmer().routesParked());
+}
+
+void SimRunner::progress() {
+  if (!options_.progress) return;
+  auto const now = std::chrono::steady_clock::now();
+  if (wallSince(wallStart_) < options_.progressAfterWallSeconds) return;
+  if (std::chrono::duration<double>(now - lastProgress_).count() < options_.progressEveryWallSeconds) return;
+  lastProgress_ = now;
+  std::ostringstream os;
+  os << "mroute-sim: " << scenario_.name << ": event " << next_ << "/" << scenario_.events.size() << " at t="
+     << am_.now() << " s, " << desired_.size() << " routes wanted, " << report_.violations << " violations, "
+     << static_cast<int>(wallSince(wallStart_)) << " s elapsed";
+  options_.progress(os.str());
+}
+
+void SimRunner::fillFigures() {
+  SimReport& r = report_;
+  r.endTime = am_.now();
+  r.wallSeconds = wallSince(wallStart_);
+  auto const& programmer = agent_->programmer();
+  r.routesDesired = desired_.size();
+  r.routesProgrammed = programmer.routesProgrammed();
+  r.routesParked = programmer.routesParked();
+  r.retries = programmer.retries();
+  r.programmingCalls = programmer.programmingCalls();
+
+  r.hwRoutes = r.hwBoundaries = r.entriesInUse = r.zombiesNow = 0;
+  for (std::uint32_t c = 0; c < chip_->chips(); ++c) {
+    r.hwRoutes += chip_->routes(c).size();
+    r.hwBoundaries += chip_->boundaries(c).size();
+    r.entriesInUse += chip_->replicationEntries(c).size();
+  }
+  for (std::size_t c = 0; c < agent_->switches(); ++c) r.zombiesNow += agent_->switchAt(c).zombieOifSet().size();
+  auto const stats = chip_->statisticsTotal();
+  r.peakEntries = stats.peakEntries;
+  r.allocations = stats.allocations;
+  r.frees = stats.frees;
+  r.refusedAllocations = stats.failedAllocations + stats.failedRouteAllocations;
+  r.frrRewrites = stats.inPlaceRewrites;
+  absl::flat_hash_set<MrouteLib::PortVlanSet> outputs;
+  for (auto const& [id, want] : desired_) {
+    if (!want.bridge()) outputs.insert(want.outputs());
+  }
+  r.distinctOutputSets = outputs.size();
+  r.sharingRatio = checker_.load().sharingRatio();
+
+  auto const& counts = agent_->counts();
+  r.zombiesEntered = counts.zombiesEntered;
+  r.zombieReuses = counts.zombieReuses;
+  r.zombieExpiries = counts.zombieExpiries;
+  r.tableFullEpisodes = counts.tableFullEpisodes;
+
+  auto const aging = agent_->agingCounts();
+  r.agingPassesStarted = aging.refreshes;
+  r.agingPassesCompleted = aging.clears;
+  r.hitBitReads = aging.reads;
+  r.activityStamps = aging.hits;
+  r.routesWithActivity = 0;
+  for (auto af : {Netcore::AddressFamily::ipv4, Netcore::AddressFamily::ipv6}) {
+    auto const& status = agent_->hwStatus(af);
+    for (auto vrf = status.vrfStatusIterator(); !vrf.done(); ++vrf) {
+      for (auto route = vrf.value()->routeIterator(); !route.done(); ++route) {
+        if (route.value()->lastPollTime() > 0) ++r.routesWithActivity;
+      }
+    }
+  }
+
+  auto const& counters = agent_->counterStatus();
+  r.counterRows = counters.size();
+  r.counterActive = 0;
+  r.countedTotal = 0;
+  for (auto const& [key, row] : counters) {
+    if (row.active()) ++r.counterActive;
+    r.countedTotal += row.value();
+  }
+  r.counterReads = agent_->counterReads();
+
+  r.longestSlice = am_.longestSlice();
+  r.checks = checker_.checks();
+}
+
+}  // namespace FalSim

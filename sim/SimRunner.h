@@ -1,0 +1,100 @@
+#pragma once
+// FalSim::SimRunner: runs a scenario through one simulated agent in virtual
+// time and collects the report.
+//
+// Owns the event loop (an ActivityManager on virtual time starting at 0),
+// the reference chips and the agent. Each event runs at its time: the loop is
+// first run up to it (clocks fire: zombies expire, aging slices run, counters
+// are polled), then the event is applied, and the invariants are checked.
+// Route events are one batch each: the route programmer is handed the routes,
+// commits, and the chips' state machines are told routes changed. An
+// interface failure runs the loop until every chip's fast-reroute pass is
+// done, which is the time it took to converge. After the last event the loop
+// runs to the scenario's end and a final check is made.
+//
+// run() does it all; start(), step() and finish() let a test look at the
+// chips between events.
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "platform/vex/ActivityManager.h"
+#include "sim/InvariantChecker.h"
+#include "sim/ReferenceChip.h"
+#include "sim/Scenario.h"
+#include "sim/SimAgent.h"
+#include "sim/SimReport.h"
+
+namespace FalSim {
+
+class SimRunner {
+ public:
+  using ChipFactory = std::function<Vex::Ptr<ReferenceChip>(Vex::Name name, std::uint32_t chips, ReferenceChipCapacity)>;
+
+  struct Options {
+    // Makes the reference chips; a plain ReferenceChip when empty. Tests give
+    // one that misbehaves.
+    ChipFactory chipFactory;
+    // Told a progress line now and then on runs that take long in wall time.
+    std::function<void(std::string const&)> progress;
+    double progressAfterWallSeconds = 3.0;
+    double progressEveryWallSeconds = 2.0;
+  };
+
+  explicit SimRunner(Scenario scenario);
+  SimRunner(Scenario scenario, Options options);
+  ~SimRunner();
+  SimRunner(SimRunner const&) = delete;
+  SimRunner& operator=(SimRunner const&) = delete;
+
+  SimReport run();
+
+  // Brings the agent up and checks it.
+  void start();
+  // Runs the next event; false when none is left.
+  bool step();
+  // Runs to the end time, checks once more and completes the report.
+  void finish();
+  SimReport const& report() const { return report_; }
+
+  Scenario const& scenario() const { return scenario_; }
+  std::size_t nextEvent() const { return next_; }
+  Vex::ActivityManager& activityManager() { return am_; }
+  ReferenceChip& chip() { return *chip_; }
+  SimAgent& agent() { return *agent_; }
+  DesiredRoutes const& desired() const { return desired_; }
+
+ private:
+  void apply(Scenario::Event const& e);
+  void addRoute(MrouteLib::DesiredRoute const& route);
+  void removeRoute(L3::VrfName const& vrf, Routing::Multicast::Fib::IpGenRouteKey const& key);
+  void endBatch();
+  void interfaceDown(Netcore::IntfId intf, std::string const& where);
+  void traffic(Scenario::Event const& e);
+  void config(Scenario::Config const& c);
+  void fault(Scenario::Fault const& f);
+  void restart(Scenario::Event const& e);
+  // Room came back on a chip: the chip agent asks for a review of parked routes.
+  void kick(std::optional<std::uint32_t> chip);
+  void check(std::string const& where);
+  void progress();
+  void fillFigures();
+
+  Scenario scenario_;
+  Options options_;
+  Vex::ActivityManager am_;
+  Vex::Ptr<ReferenceChip> chip_;
+  std::unique_ptr<SimAgent> agent_;
+  InvariantChecker checker_;
+  DesiredRoutes desired_;
+  SimReport report_;
+  std::size_t next_ = 0;
+  std::chrono::steady_clock::time_point wallStart_;
+  std::chrono::steady_clock::time_point lastProgress_;
+  bool started_ = false;
+  bool finished_ = false;
+};
+
+}  // namespace FalSim
