@@ -53,6 +53,11 @@ std::string describe(Value const& v) {
   return "an object";
 }
 
+// "1 VLAN", "3 VLANs".
+std::string counted(std::uint64_t n, char const* noun) {
+  return std::to_string(n) + " " + noun + (n == 1 ? "" : "s");
+}
+
 std::string child(std::string const& path, std::string_view name) {
   return path.empty() ? std::string(name) : path + "." + std::string(name);
 }
@@ -544,9 +549,9 @@ Scenario::RouteSet Loader::generated(std::string name, Value const& v, std::stri
   if (auto const* d = member(v, "diversity")) {
     std::uint64_t const limit = std::min<std::uint64_t>(most, spec.count);
     std::string const what = "a number of distinct output sets from 1 to " + std::to_string(limit) + " (" +
-                             std::to_string(spec.ports.size()) + " ports, " + std::to_string(spec.portsPerSet) +
-                             " per set, " + std::to_string(std::max<std::size_t>(1, spec.outputVlans.size())) +
-                             " VLANs, " + std::to_string(spec.count) + " routes)";
+                             counted(spec.ports.size(), "port") + ", " + std::to_string(spec.portsPerSet) +
+                             " per set, " + counted(std::max<std::size_t>(1, spec.outputVlans.size()), "VLAN") +
+                             ", " + counted(spec.count, "route") + ")";
     spec.diversity = integer(*d, child(path, "diversity"), what, 1, limit);
   }
   return RouteSetGenerator::generate(std::move(name), spec);

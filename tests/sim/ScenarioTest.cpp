@@ -1,0 +1,214 @@
+// Scenario files: what a good file turns into, and the exact message a bad
+// one gets (file, field as a JSON path, what was expected, what was there).
+#include <gtest/gtest.h>
+
+#include <set>
+#include <string>
+
+#include "sim/RouteSetGenerator.h"
+#include "sim/ScenarioLoader.h"
+
+namespace {
+
+using FalSim::Scenario;
+using FalSim::ScenarioError;
+using FalSim::ScenarioLoader;
+
+Scenario parse(std::string const& json) { return ScenarioLoader::parse(json, "t.json"); }
+
+// A well-formed base for the error cases: two chips, ports 1-4, VLAN 100.
+std::string withEvents(std::string const& routeSets, std::string const& events) {
+  return R"({"chips": {"count": 2}, "interfaces": {"ethernet": 4, "vlans": [100]}, "routeSets": )" + routeSets +
+         R"(, "events": )" + events + "}";
+}
+
+std::string withRoute(std::string const& route) {
+  return withEvents(R"([{"name": "s", "routes": [)" + route + "]}]", "[]");
+}
+
+struct BadCase {
+  char const* name;
+  std::string json;
+  std::string message;
+};
+
+std::ostream& operator<<(std::ostream& os, BadCase const& c) { return os << c.name; }
+
+class BadScenarioTest : public ::testing::TestWithParam<BadCase> {};
+
+TEST_P(BadScenarioTest, NamesFileFieldAndExpectation) {
+  try {
+    parse(GetParam().json);
+    FAIL() << "accepted a bad scenario";
+  } catch (ScenarioError const& e) {
+    EXPECT_EQ(e.what(), GetParam().message);
+    EXPECT_EQ(e.file(), "t.json");
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Messages, BadScenarioTest,
+    ::testing::Values(
+        BadCase{"SyntaxError", R"({"events": [)",
+                "t.json: line 1, column 13: expected valid JSON (Invalid value.)"},
+        BadCase{"NotAnObject", "[1, 2]", "t.json: (top level): expected a JSON object, got an array"},
+        BadCase{"MissingEvents", "{}", "t.json: events: expected a list of events, got nothing"},
+        BadCase{"UnknownTopLevelField", R"({"events": [], "chip": {}})",
+                "t.json: chip: expected a known field (one of name, description, chips, interfaces, vrfs, zombies, "
+                "aging, counters, routeSets, events, end), got an unknown field"},
+        BadCase{"TimeAsText", withEvents("[]", R"([{"at": "soon", "do": "restart"}])"),
+                "t.json: events[0].at: expected a number of seconds >= 0, got the string \"soon\""},
+        BadCase{"EventsOutOfOrder", withEvents("[]", R"([{"at": 2, "do": "restart"}, {"at": 1.5, "do": "restart"}])"),
+                "t.json: events[1].at: expected a number of seconds >= 2 (the time of the event before), got the "
+                "number 1.5"},
+        BadCase{"UnknownEventKind", withEvents("[]", R"([{"at": 1, "do": "explode"}])"),
+                "t.json: events[0].do: expected one of \"addRoutes\", \"removeRoutes\", \"addRoute\", "
+                "\"removeRoute\", \"interfaceDown\", \"interfaceUp\", \"traffic\", \"config\", \"fault\", "
+                "\"restart\", got the string \"explode\""},
+        BadCase{"UndeclaredRouteSet", withEvents("[]", R"([{"at": 1, "do": "addRoutes", "set": "nope"}])"),
+                "t.json: events[0].set: expected the name of a route set declared in routeSets, got the string "
+                "\"nope\""},
+        BadCase{"ChipOutOfRange", withEvents("[]", R"([{"at": 1, "do": "fault", "chip": 2, "table": "route", "failNext": 1}])"),
+                "t.json: events[0].chip: expected a chip number from 0 to 1, got the number 2"},
+        BadCase{"EmptyConfig", withEvents("[]", R"([{"at": 1, "do": "config"}])"),
+                "t.json: events[0]: expected at least one setting (zombies, zombieLifetime, activityPollingInterval, "
+                "allCounter, counterMode, counterRoutes, capacity), got none"},
+        BadCase{"UndeclaredAcceptingVlan", withRoute(R"({"group": "239.1.1.1", "acceptingVlan": 300})"),
+                "t.json: routeSets[0].routes[0].acceptingVlan: expected a VLAN declared in interfaces.vlans, got the "
+                "number 300"},
+        BadCase{"UndeclaredOutputPort",
+                withRoute(R"({"group": "239.1.1.1", "acceptingVlan": 100, "outputs": ["Ethernet1.100", "Ethernet9.100"]})"),
+                "t.json: routeSets[0].routes[0].outputs[1]: expected an output \"EthernetN.VLAN\" or \"EthernetN\" on a "
+                "declared Ethernet port, got the string \"Ethernet9.100\""},
+        BadCase{"NoRpfWithAcceptingVlan", withRoute(R"({"group": "239.1.1.1", "noRpf": true, "acceptingVlan": 100})"),
+                "t.json: routeSets[0].routes[0].acceptingVlan: expected no accepting VLAN on a noRpf route, got the "
+                "number 100"},
+        BadCase{"GroupNotMulticast", withRoute(R"({"group": "10.1.1.1", "acceptingVlan": 100})"),
+                "t.json: routeSets[0].routes[0].group: expected a multicast group address (\"239.1.1.1\", \"ff3e::1\") "
+                "or prefix, got the string \"10.1.1.1\""},
+        BadCase{"SourceOfOtherFamily", withRoute(R"({"source": "2001:db8::1", "group": "239.1.1.1", "acceptingVlan": 100})"),
+                "t.json: routeSets[0].routes[0].source: expected \"*\" or a source address of the group's family "
+                "(IPv4), got the string \"2001:db8::1\""},
+        BadCase{"TooManyDistinctSets",
+                withEvents(R"([{"name": "g", "generate": {"count": 100, "diversity": 7, "groupBase": "239.1.0.0",
+                                  "acceptingVlan": 100, "portsPerSet": 2}}])",
+                           "[]"),
+                "t.json: routeSets[0].generate.diversity: expected a number of distinct output sets from 1 to 6 "
+                "(4 ports, 2 per set, 1 VLAN, 100 routes), got the number 7"},
+        BadCase{"GroupsRunOutOfMulticast",
+                withEvents(R"([{"name": "g", "generate": {"count": 3, "groupBase": "239.255.255.254",
+                                  "acceptingVlan": 100}}])",
+                           "[]"),
+                "t.json: routeSets[0].generate.count: expected a count whose groups stay multicast (from "
+                "239.255.255.254), got a last group of 240.0.0.0"},
+        BadCase{"VrfNameTooLong", R"({"vrfs": [{"name": ")" + std::string(101, 'v') + R"(", "id": 1}], "events": []})",
+                "t.json: vrfs[0].name: expected a VRF name of 1 to 100 bytes, got the string \"" + std::string(60, 'v') +
+                    "...\""}),
+    [](auto const& info) { return std::string(info.param.name); });
+
+TEST(ScenarioLoaderTest, UnreadableFileIsNamed) {
+  try {
+    ScenarioLoader::load("/nonexistent/x.json");
+    FAIL() << "read a file that does not exist";
+  } catch (ScenarioError const& e) {
+    EXPECT_STREQ(e.what(), "/nonexistent/x.json: (file): expected a readable scenario file, got a file that cannot be opened");
+  }
+}
+
+TEST(ScenarioLoaderTest, ResolvesRoutesAndFillsDefaults) {
+  Scenario const s = parse(withEvents(
+      R"([{"name": "s", "routes": [
+           {"group": "239.1.1.1", "acceptingVlan": 100, "outputs": ["Ethernet2.100", "Ethernet1"],
+            "frr": {"protected": "Ethernet2", "backups": ["Ethernet3.100"]}},
+           {"source": "10.0.0.1", "group": "239.1.1.2", "noRpf": true, "rpaId": 3}]}])",
+      R"([{"at": 1, "do": "addRoutes", "set": "s", "count": 1}, {"at": 2.5, "do": "interfaceDown", "interface": "Ethernet2"}])"));
+  EXPECT_EQ(s.name, "t");
+  ASSERT_EQ(s.vrfs.size(), 1u);
+  EXPECT_EQ(s.vrfs[0].name, L3::VrfName("default"));
+  EXPECT_EQ(s.ethernet.size(), 4u);
+  ASSERT_EQ(s.routeSets.size(), 1u);
+  auto const& starG = s.routeSets[0].routes[0];
+  EXPECT_TRUE(starG.key().isStarG());
+  EXPECT_EQ(starG.acceptingVlan().value(), 100);
+  EXPECT_EQ(starG.acceptingIntfId(), Netcore::IntfId::vlan(100));
+  EXPECT_EQ(starG.outputs().portVlanSize(), 2u);
+  EXPECT_EQ(starG.outputs().intfId(), Netcore::IntfId::ethernet(2));
+  EXPECT_EQ(starG.outputs().currentIif(), Netcore::IntfId::ethernet(2));
+  EXPECT_TRUE(starG.outputs().portVlanFrr(MrouteLib::PortVlan("Ethernet3.100")));
+  auto const& noRpf = s.routeSets[0].routes[1];
+  EXPECT_TRUE(noRpf.noRpf());
+  EXPECT_EQ(noRpf.acceptingVlan().value(), 0);
+  EXPECT_EQ(noRpf.rpaId(), 3);
+  EXPECT_EQ(s.routeSets[0].distinctOutputs, 2u);
+  ASSERT_EQ(s.events.size(), 2u);
+  EXPECT_EQ(s.events[0].count, 1u);
+  EXPECT_EQ(s.events[1].intf, Netcore::IntfId::ethernet(2));
+  EXPECT_EQ(s.events[1].path, "events[1]");
+  // The run goes on past the last event for the zombies' lifetime and a second.
+  EXPECT_DOUBLE_EQ(s.end, 2.5 + 4.0 + 1.0);
+}
+
+// ---- the generator ----
+
+FalSim::RouteSetGenerator::Spec spec(std::uint64_t seed) {
+  FalSim::RouteSetGenerator::Spec s;
+  s.count = 500;
+  s.diversity = 12;
+  s.seed = seed;
+  s.vrf = L3::VrfName("default");
+  s.source = Netcore::IpGenPrefix("0.0.0.0/0");
+  s.groupBase = Netcore::IpGenAddr("239.1.0.250");
+  s.acceptingVlans = {Bridging::VlanId(10), Bridging::VlanId(20)};
+  for (std::uint32_t i = 1; i <= 8; ++i) s.ports.push_back(Netcore::IntfId::ethernet(i));
+  s.portsPerSet = 3;
+  s.outputVlans = {Bridging::VlanIdOrNone(200)};
+  return s;
+}
+
+std::set<std::string> outputSets(Scenario::RouteSet const& rs) {
+  std::set<std::string> out;
+  for (auto const& r : rs.routes) out.insert(r.outputs().pretty());
+  return out;
+}
+
+TEST(RouteSetGeneratorTest, SameSeedSameRoutesEverySetUsed) {
+  auto const a = FalSim::RouteSetGenerator::generate("a", spec(9));
+  auto const b = FalSim::RouteSetGenerator::generate("b", spec(9));
+  ASSERT_EQ(a.routes.size(), 500u);
+  EXPECT_EQ(a.routes, b.routes);
+  EXPECT_EQ(outputSets(a).size(), 12u);
+  EXPECT_EQ(a.distinctOutputs, 12u);
+  EXPECT_NE(outputSets(FalSim::RouteSetGenerator::generate("c", spec(10))), outputSets(a));
+  // Consecutive groups across an octet boundary, accepting VLANs in turn.
+  EXPECT_EQ(a.routes[6].key().group().address(), Netcore::IpGenAddr("239.1.1.0"));
+  EXPECT_EQ(a.routes[6].acceptingVlan().value(), 10);
+  EXPECT_EQ(a.routes[7].acceptingVlan().value(), 20);
+  EXPECT_EQ(a.routes[7].acceptingIntfId(), Netcore::IntfId::vlan(20));
+}
+
+TEST(RouteSetGeneratorTest, ProtectsOnlySetsWithAnOutputOnTheProtectedPort) {
+  auto s = spec(4);
+  s.frr = FalSim::RouteSetGenerator::Frr{Netcore::IntfId::ethernet(1), {MrouteLib::PortVlan("Ethernet8.300")}};
+  auto const rs = FalSim::RouteSetGenerator::generate("f", s);
+  std::size_t protectedRoutes = 0;
+  for (auto const& r : rs.routes) {
+    bool const onPort1 = r.outputs().portVlan(MrouteLib::PortVlan("Ethernet1.200"));
+    EXPECT_EQ(r.outputs().portVlanFrrSize(), onPort1 ? 1u : 0u);
+    EXPECT_EQ(r.outputs().intfId(), onPort1 ? Netcore::IntfId::ethernet(1) : Netcore::IntfId());
+    protectedRoutes += onPort1;
+  }
+  EXPECT_GT(protectedRoutes, 0u);
+  EXPECT_LT(protectedRoutes, rs.routes.size());
+}
+
+TEST(RouteSetGeneratorTest, EveryCombinationWhenDiversityIsTheMaximum) {
+  auto s = spec(1);
+  s.ports.resize(5);
+  s.portsPerSet = 2;
+  s.outputVlans = {Bridging::VlanIdOrNone(1), Bridging::VlanIdOrNone(2)};
+  ASSERT_EQ(FalSim::RouteSetGenerator::maxDistinct(s), 20u);
+  s.diversity = 20;
+  EXPECT_EQ(outputSets(FalSim::RouteSetGenerator::generate("all", s)).size(), 20u);
+}
+
+}  // namespace
