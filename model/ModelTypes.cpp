@@ -23,36 +23,25 @@ std::ostream& printStrep(std::ostream& os, T const& v) {
 }
 }  // namespace
 
-void strepOut(std::ostream& os, ZombieKey const& k) {
-  os << "Value('Fal::ZombieKey', ** {'groupId': " << Vex::strep(k.groupId) << ", 'expiryTime': " << Vex::strep(k.expiryTime)
-     << "})";
-}
+constexpr char kZombieKeyStrep[] = "Value('Fal::ZombieKey', ** {'groupId': %s, 'expiryTime': %s})";
+
+void strepOut(std::ostream& os, ZombieKey const& k) { Vex::strepFormat(os, kZombieKeyStrep, k.groupId, k.expiryTime); }
 
 ZombieKey strepIn(Vex::StrepParser& p, Vex::StrepTag<ZombieKey>) {
   ZombieKey k;
-  p.expect("Value('Fal::ZombieKey', ** {");
-  p.expect("'groupId': ");
-  k.groupId = Vex::parseFrom<std::uint32_t>(p);
-  p.expect(", 'expiryTime': ");
-  k.expiryTime = Vex::parseFrom<double>(p);
-  p.expect("})");
+  Vex::strepScan(p, kZombieKeyStrep, k.groupId, k.expiryTime);
   return k;
 }
 
 std::ostream& operator<<(std::ostream& os, ZombieKey const& k) { return printStrep(os, k); }
 
-void strepOut(std::ostream& os, RouteKeyVlanId const& k) {
-  os << "Value('Fal::RouteKeyVlanId', ** {'route': " << Vex::strep(k.route) << ", 'vlan': " << Vex::strep(k.vlan) << "})";
-}
+constexpr char kRouteKeyVlanIdStrep[] = "Value('Fal::RouteKeyVlanId', ** {'route': %s, 'vlan': %s})";
+
+void strepOut(std::ostream& os, RouteKeyVlanId const& k) { Vex::strepFormat(os, kRouteKeyVlanIdStrep, k.route, k.vlan); }
 
 RouteKeyVlanId strepIn(Vex::StrepParser& p, Vex::StrepTag<RouteKeyVlanId>) {
   RouteKeyVlanId k;
-  p.expect("Value('Fal::RouteKeyVlanId', ** {");
-  p.expect("'route': ");
-  k.route = Vex::parseFrom<Routing::Multicast::Fib::IpGenRouteKey>(p);
-  p.expect(", 'vlan': ");
-  k.vlan = Vex::parseFrom<Bridging::VlanIdOrNone>(p);
-  p.expect("})");
+  Vex::strepScan(p, kRouteKeyVlanIdStrep, k.route, k.vlan);
   return k;
 }
 
@@ -83,19 +72,15 @@ MrouteHitAction sequenceToValue(std::size_t sequence) {
 
 std::ostream& operator<<(std::ostream& os, MrouteHitAction a) { return os << stringValue(a); }
 
+constexpr char kMrouteHitRequestStrep[] = "Value('Fal::MrouteHitRequest', ** {'requestId': %s, 'action': %s})";
+
 void strepOut(std::ostream& os, MrouteHitRequest const& r) {
-  os << "Value('Fal::MrouteHitRequest', ** {'requestId': " << Vex::strep(r.requestId) << ", 'action': " << Vex::strep(r.action)
-     << "})";
+  Vex::strepFormat(os, kMrouteHitRequestStrep, r.requestId, r.action);
 }
 
 MrouteHitRequest strepIn(Vex::StrepParser& p, Vex::StrepTag<MrouteHitRequest>) {
   MrouteHitRequest r;
-  p.expect("Value('Fal::MrouteHitRequest', ** {");
-  p.expect("'requestId': ");
-  r.requestId = Vex::parseFrom<std::uint32_t>(p);
-  p.expect(", 'action': ");
-  r.action = Vex::parseFrom<MrouteHitAction>(p);
-  p.expect("})");
+  Vex::strepScan(p, kMrouteHitRequestStrep, r.requestId, r.action);
   return r;
 }
 

@@ -112,6 +112,33 @@ T parse(std::string_view text) {
   return v;
 }
 
+// Prints fields into a template whose "%s" marks stand for each field's strep:
+// strepFormat(os, "Value('T', ** {'a': %s, 'b': %s})", a, b).
+template <class... T>
+void strepFormat(std::ostream& os, std::string_view templ, T const&... fields) {
+  auto one = [&](auto const& field) {
+    auto mark = templ.find("%s");
+    os << templ.substr(0, mark);
+    strepOut(os, field);
+    templ.remove_prefix(mark + 2);
+  };
+  (one(fields), ...);
+  os << templ;
+}
+
+// Parses text written by strepFormat with the same template back into fields.
+template <class... T>
+void strepScan(StrepParser& p, std::string_view templ, T&... fields) {
+  auto one = [&](auto& field) {
+    auto mark = templ.find("%s");
+    p.expect(templ.substr(0, mark));
+    field = parseFrom<std::remove_reference_t<decltype(field)>>(p);
+    templ.remove_prefix(mark + 2);
+  };
+  (one(fields), ...);
+  p.expect(templ);
+}
+
 // Strep of a non-owning raw pointer: "RawPtr('Type', 0x...)".
 void strepOutRawPtr(std::ostream& os, char const* typeName, void const* p);
 void const* strepInRawPtr(StrepParser& p, char const* typeName);
