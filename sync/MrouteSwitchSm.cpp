@@ -285,6 +285,7 @@ void MrouteSwitchSm::doCleanup() {
     mrouteSwitch_->zombieOifSetDel(key);
   }
   if (mrouteHitConfig_) mrouteHitConfig_->requestDelAll();
+  mrouteHelper_->mrouteSwitchInit(switchId_, false);
 }
 
 // ---- attributes -------------------------------------------------------------
@@ -349,6 +350,7 @@ void MrouteSwitchSm::handleInitialized() {
   FAL_SYNC_TRACE(4, "handleInitialized" << ", state machine # " << switchId_);
   if (initialized_) return;
   initialized_ = true;
+  mrouteHelper_->mrouteSwitchInit(switchId_, true);
   if (clock_) clock_->timeMinIs(Vex::kNever);
   if (agingClock_) agingClock_->timeMinIs(Vex::kNever);
   handlePollingInterval();

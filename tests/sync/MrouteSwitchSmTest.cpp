@@ -84,7 +84,8 @@ TEST_F(MrouteSwitchSmTest, VerificationCoversBoundariesThenRoutesOnlyWhileRunnin
 
   rig.acsd->initializedIs(true);
   rig.verifyData->doRequestVerify();
-  EXPECT_EQ(rig.helper->calls, (Calls{"verifyMrouteBoundary(1, 7, 101)", "verifyMroute(1, 7, 100)"}));
+  EXPECT_EQ(rig.helper->calls,
+            (Calls{"mrouteSwitchInit(1, true)", "verifyMrouteBoundary(1, 7, 101)", "verifyMroute(1, 7, 100)"}));
   EXPECT_TRUE(traced("handleVerify, state machine # 1"));
   EXPECT_TRUE(traced("Verifying route (10.0.0.1, 239.1.1.1), switch # 1"));
 
@@ -140,7 +141,7 @@ TEST_F(MrouteSwitchSmTest, DestructionMarksTheSwitchDeletedAndReleasesItsZombies
   forget();
   rig.sm = nullptr;
   EXPECT_TRUE(rig.sw->deleted());
-  EXPECT_EQ(rig.helper->calls, Calls{"handleFreeMtableOifSet(1, 1)"});
+  EXPECT_EQ(rig.helper->calls, (Calls{"handleFreeMtableOifSet(1, 1)", "mrouteSwitchInit(1, false)"}));
   EXPECT_TRUE(traced("doCleanup, state machine # 1"));
   EXPECT_TRUE(rig.sw->zombieOifSet().empty());
 }
