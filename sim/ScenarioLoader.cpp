@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <filesystem>
 #include <fstream>
 #include <initializer_list>
 #include <set>
@@ -22,9 +23,10 @@ using Routing::Multicast::Fib::IpGenRouteKey;
 using EventKind = Scenario::EventKind;
 
 constexpr std::uint64_t kMaxTableSize = 100'000'000;
-constexpr std::uint64_t kMaxRoutesPerSet = 10'000'000;
+constexpr std::uint64_t kMaxRoutesPerSet = 2'000'000;
 constexpr std::uint32_t kMaxChips = 1024;
 constexpr std::uint32_t kMaxEthernet = 4096;
+constexpr std::size_t kMaxDepth = 64;
 
 std::string quoted(std::string_view s) {
   constexpr std::size_t kMax = 60;
@@ -85,6 +87,31 @@ std::pair<std::size_t, std::size_t> lineColumn(std::string_view text, std::size_
     }
   }
   return {line, column};
+}
+
+// The offset of the first bracket that opens a level deeper than maxDepth, or
+// npos. The parser recurses once per level, so a file of a million "[" would
+// exhaust the stack; no scenario needs more than a handful of levels.
+std::size_t tooDeep(std::string_view text, std::size_t maxDepth) {
+  std::size_t depth = 0;
+  bool inString = false;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    char const ch = text[i];
+    if (inString) {
+      if (ch == '\\') {
+        ++i;
+      } else if (ch == '"') {
+        inString = false;
+      }
+    } else if (ch == '"') {
+      inString = true;
+    } else if (ch == '[' || ch == '{') {
+      if (++depth > maxDepth) return i;
+    } else if ((ch == ']' || ch == '}') && depth > 0) {
+      --depth;
+    }
+  }
+  return std::string_view::npos;
 }
 
 class Loader {
@@ -778,6 +805,11 @@ void Loader::events(Value const& v, std::string const& path) {
 }
 
 Scenario Loader::run(std::string_view text) {
+  if (std::size_t const at = tooDeep(text, kMaxDepth); at != std::string_view::npos) {
+    auto const [line, column] = lineColumn(text, at);
+    throw ScenarioError(file_, "line " + std::to_string(line) + ", column " + std::to_string(column),
+                        "JSON nested at most " + std::to_string(kMaxDepth) + " levels deep");
+  }
   rapidjson::Document doc;
   doc.Parse<rapidjson::kParseDefaultFlags>(text.data(), text.size());
   if (doc.HasParseError()) {
@@ -840,6 +872,10 @@ char const* eventKindName(Scenario::EventKind kind) {
 Scenario ScenarioLoader::parse(std::string_view text, std::string const& fileName) { return Loader(fileName).run(text); }
 
 Scenario ScenarioLoader::load(std::string const& path) {
+  std::error_code ec;
+  if (std::filesystem::is_directory(path, ec)) {
+    throw ScenarioError(path, "(file)", "a readable scenario file", "a directory");
+  }
   std::ifstream in(path, std::ios::binary);
   if (!in) throw ScenarioError(path, "(file)", "a readable scenario file", "a file that cannot be opened");
   std::ostringstream text;

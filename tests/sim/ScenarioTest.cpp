@@ -51,6 +51,8 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(
         BadCase{"SyntaxError", R"({"events": [)",
                 "t.json: line 1, column 13: expected valid JSON (Invalid value.)"},
+        BadCase{"NestedTooDeep", R"({"events": )" + std::string(100000, '[') + std::string(100000, ']') + "}",
+                "t.json: line 1, column 75: expected JSON nested at most 64 levels deep"},
         BadCase{"NotAnObject", "[1, 2]", "t.json: (top level): expected a JSON object, got an array"},
         BadCase{"MissingEvents", "{}", "t.json: events: expected a list of events, got nothing"},
         BadCase{"UnknownTopLevelField", R"({"events": [], "chip": {}})",
@@ -112,6 +114,15 @@ TEST(ScenarioLoaderTest, UnreadableFileIsNamed) {
     FAIL() << "read a file that does not exist";
   } catch (ScenarioError const& e) {
     EXPECT_STREQ(e.what(), "/nonexistent/x.json: (file): expected a readable scenario file, got a file that cannot be opened");
+  }
+}
+
+TEST(ScenarioLoaderTest, DirectoryIsNotAScenario) {
+  try {
+    ScenarioLoader::load("/");
+    FAIL() << "read a directory";
+  } catch (ScenarioError const& e) {
+    EXPECT_STREQ(e.what(), "/: (file): expected a readable scenario file, got a directory");
   }
 }
 
