@@ -853,22 +853,6 @@ Scenario Loader::run(std::string_view text) {
 
 }  // namespace
 
-char const* eventKindName(Scenario::EventKind kind) {
-  switch (kind) {
-    case EventKind::addRoutes: return "addRoutes";
-    case EventKind::removeRoutes: return "removeRoutes";
-    case EventKind::addRoute: return "addRoute";
-    case EventKind::removeRoute: return "removeRoute";
-    case EventKind::interfaceDown: return "interfaceDown";
-    case EventKind::interfaceUp: return "interfaceUp";
-    case EventKind::traffic: return "traffic";
-    case EventKind::config: return "config";
-    case EventKind::fault: return "fault";
-    case EventKind::restart: return "restart";
-  }
-  return "?";
-}
-
 Scenario ScenarioLoader::parse(std::string_view text, std::string const& fileName) { return Loader(fileName).run(text); }
 
 Scenario ScenarioLoader::load(std::string const& path) {
