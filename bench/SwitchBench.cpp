@@ -1,0 +1,203 @@
+// Route add and delete through Fal::MrouteSwitch with 10K, 100K and 1M routes
+// programmed, the library's heap bytes per programmed route, and the OIF-set
+// share lookup at 1M programmed sets, with the no-op hooks and with the
+// reference chip.
+//
+// Population: `routes` routes, each with its own OIF set (three outputs), so
+// the chip holds as many replication entries as routes; the heap figure is
+// the library's per route at one set per route, its worst case. The platform
+// OIF sets are made before counting starts: they belong to the route
+// programmer, not to the library.
+//
+// Add and delete are timed in steady state on the full table: each iteration
+// adds a batch of 1000 more routes (or deletes them). With newSet=0 a batch
+// route shares the set of a programmed route (a share lookup, then the route);
+// with newSet=1 it brings outputs nothing uses yet, so the add allocates a
+// replication entry and the delete frees it (zombies off, so it is released at
+// once rather than parked).
+//
+// OifSetShare: doAllocateMtableOifSet of an OIF set that is already
+// programmed, in random order over the 1M sets (the result is dropped at
+// once, as the route programmer does). RegistryLookup: the route programmer's
+// own step before it, finding the shared OifSet of a route's outputs in the
+// platform registry.
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "bench/HeapMeter.h"
+#include "bench/SyncBenchRig.h"
+
+namespace {
+
+using namespace FalBench;
+
+constexpr std::uint32_t kBatch = 1000;
+constexpr std::uint32_t kQueries = 1U << 18;
+
+struct Population {
+  Population(Hooks hooks, std::uint32_t routes) : world(hooks, routes + 2 * kBatch + 16), routes(routes) {
+    sets.reserve(routes + kBatch);
+    handles.reserve(routes);
+    for (std::uint32_t i = 0; i < routes + kBatch; ++i) sets.push_back(world.registry->oifSetIs(outputs(i)));
+    batchHandles.reserve(kBatch);
+    std::int64_t const before = HeapMeter::liveBytes();
+    {
+      HeapMeter::Scope meter;
+      for (std::uint32_t i = 0; i < routes; ++i) {
+        RouteHandle const h = world.addRoute(routeKey(i), sets[i]);
+        HeapMeter::Pause p;
+        handles.push_back(h);
+      }
+    }
+    bytesPerRoute = static_cast<double>(HeapMeter::liveBytes() - before) / routes;
+    if (world.sw->routeSize() != routes || world.sw->inUseOifSetSize() != routes) ok = false;
+  }
+
+  SyncWorld world;
+  std::uint32_t routes;
+  std::vector<OifSetPtr> sets;  // sets[routes..] are the new sets of the batches
+  std::vector<RouteHandle> handles;
+  std::vector<RouteHandle> batchHandles;
+  double bytesPerRoute = 0;
+  bool ok = true;
+};
+
+// One population at a time: the 1M ones need the memory the others hold.
+Population& population(Hooks hooks, std::uint32_t routes) {
+  static std::unique_ptr<Population> p;
+  if (!p || p->world.hooks() != hooks || p->routes != routes) {
+    p.reset();
+    p = std::make_unique<Population>(hooks, routes);
+  }
+  return *p;
+}
+
+OifSetPtr const& batchSet(Population& pop, std::uint32_t j, bool newSet) {
+  return newSet ? pop.sets[pop.routes + j] : pop.sets[(j * 997U) % pop.routes];
+}
+
+void addBatch(Population& pop, bool newSet) {
+  for (std::uint32_t j = 0; j < kBatch; ++j) {
+    pop.batchHandles.push_back(pop.world.addRoute(routeKey(pop.routes + j), batchSet(pop, j, newSet)));
+  }
+}
+
+void deleteBatch(Population& pop) {
+  for (RouteHandle h : pop.batchHandles) pop.world.deleteRoute(h);
+  pop.batchHandles.clear();
+}
+
+void report(benchmark::State& state, Population const& pop) {
+  state.counters["routes"] = pop.routes;
+  state.counters["lib_bytes_per_route"] = pop.bytesPerRoute;
+  if (!pop.ok) state.SkipWithError("the population was not fully programmed");
+}
+
+void BM_RouteAdd(benchmark::State& state, Hooks hooks, std::uint32_t routes, bool newSet) {
+  Population& pop = population(hooks, routes);
+  pop.world.l3Status->mrouteZombieEnabledIs(!newSet);
+  for (auto _ : state) {
+    addBatch(pop, newSet);
+    state.PauseTiming();
+    if (pop.world.sw->routeSize() != pop.routes + kBatch) state.SkipWithError("a batch route was refused");
+    deleteBatch(pop);
+    state.ResumeTiming();
+  }
+  state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations()) * kBatch);
+    report(state, pop);
+}
+
+void BM_RouteDelete(benchmark::State& state, Hooks hooks, std::uint32_t routes, bool newSet) {
+  Population& pop = population(hooks, routes);
+  pop.world.l3Status->mrouteZombieEnabledIs(!newSet);
+  for (auto _ : state) {
+    state.PauseTiming();
+    addBatch(pop, newSet);
+    state.ResumeTiming();
+    deleteBatch(pop);
+  }
+  if (pop.world.sw->routeSize() != pop.routes) state.SkipWithError("a batch route was left behind");
+  state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations()) * kBatch);
+    report(state, pop);
+}
+
+std::vector<std::uint32_t> queryOrder(std::uint32_t n) {
+  std::mt19937 rng(42);
+  std::vector<std::uint32_t> order(std::min(n, kQueries));
+  for (auto& q : order) q = rng() % n;
+  return order;
+}
+
+void BM_OifSetShare(benchmark::State& state, Hooks hooks, std::uint32_t sets) {
+  Population& pop = population(hooks, sets);
+  pop.world.l3Status->mrouteZombieEnabledIs(true);
+  std::vector<std::uint32_t> const order = queryOrder(pop.routes);
+  std::vector<OifSetPtr> queries;
+  queries.reserve(order.size());
+  for (auto i : order) queries.push_back(pop.sets[i]);
+  auto& sw = *pop.world.sw;
+  std::size_t k = 0;
+  for (auto _ : state) {
+    sw.doAllocateMtableOifSet(queries[k]);
+    benchmark::DoNotOptimize(sw.oifSetResult().get());
+    sw.oifSetResultIs(nullptr);
+    if (++k == queries.size()) k = 0;
+  }
+  if (sw.inUseOifSetSize() != pop.routes || sw.zombieOifSet().size() != 0) state.SkipWithError("a lookup changed the sets");
+  state.SetItemsProcessed(state.iterations());
+    state.counters["sets"] = static_cast<double>(sw.inUseOifSetSize());
+}
+
+void BM_RegistryLookup(benchmark::State& state, Hooks hooks, std::uint32_t sets) {
+  Population& pop = population(hooks, sets);
+  std::vector<PortVlanSet> queries;
+  queries.reserve(kQueries);
+  for (auto i : queryOrder(pop.routes)) queries.push_back(outputs(i));
+  auto& registry = *pop.world.registry;
+  std::size_t const sizeBefore = registry.size();
+  std::size_t k = 0;
+  for (auto _ : state) {
+    OifSetPtr s = registry.oifSetIs(queries[k]);
+    benchmark::DoNotOptimize(s.get());
+    if (++k == queries.size()) k = 0;
+  }
+  if (registry.size() != sizeBefore) state.SkipWithError("a lookup created a set");
+  state.SetItemsProcessed(state.iterations());
+    state.counters["sets"] = static_cast<double>(registry.size());
+}
+
+// Grouped by population, so each is built once.
+void registerAll() {
+  for (Hooks hooks : {Hooks::noop, Hooks::chip}) {
+    for (std::uint32_t routes : {10'000U, 100'000U, 1'000'000U}) {
+      for (bool newSet : {false, true}) {
+        std::string const suffix = std::string("/") + hooksName(hooks) + "/routes:" + std::to_string(routes) +
+                                   "/newSet:" + (newSet ? "1" : "0");
+        benchmark::RegisterBenchmark(("BM_RouteAdd" + suffix).c_str(), BM_RouteAdd, hooks, routes, newSet);
+        benchmark::RegisterBenchmark(("BM_RouteDelete" + suffix).c_str(), BM_RouteDelete, hooks, routes, newSet);
+      }
+      if (routes == 1'000'000U) {
+        std::string const suffix = std::string("/") + hooksName(hooks) + "/sets:" + std::to_string(routes);
+        benchmark::RegisterBenchmark(("BM_OifSetShare" + suffix).c_str(), BM_OifSetShare, hooks, routes);
+        benchmark::RegisterBenchmark(("BM_RegistryLookup" + suffix).c_str(), BM_RegistryLookup, hooks, routes);
+      }
+    }
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  registerAll();
+  benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+  benchmark::RunSpecifiedBenchmarks();
+  benchmark::Shutdown();
+  return 0;
+}
