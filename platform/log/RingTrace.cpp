@@ -24,6 +24,18 @@ void RingTrace::record(std::string_view source, std::string text) {
   ++recorded_;
 }
 
+void RingTrace::recordView(std::string_view source, std::string_view text) {
+  if (!enabled_) return;
+  auto const* am = Vex::ActivityManager::current();
+  Record& r = ring_[head_];
+  r.time = am ? am->now() : 0.0;
+  r.source.assign(source);
+  r.text.assign(text);
+  head_ = (head_ + 1) % ring_.size();
+  if (size_ < ring_.size()) ++size_;
+  ++recorded_;
+}
+
 std::vector<RingTrace::Record> RingTrace::records() const {
   std::vector<Record> out;
   out.reserve(size_);

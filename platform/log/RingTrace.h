@@ -9,10 +9,13 @@
 // process-wide; RING_TRACE then costs one branch and formats nothing.
 //
 // Single-threaded, like the event loop that writes it.
+#include <charconv>
+#include <concepts>
 #include <cstddef>
 #include <sstream>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <vector>
 
 #include "platform/vex/Types.h"
@@ -39,6 +42,9 @@ class RingTrace {
   // Appends a record, overwriting the oldest when full. Does nothing while
   // recording is switched off.
   void record(std::string_view source, std::string text);
+  // The same, copying text into the overwritten record's buffer, so a full
+  // ring records without allocating.
+  void recordView(std::string_view source, std::string_view text);
 
   // Oldest first.
   std::vector<Record> records() const;
@@ -56,10 +62,76 @@ class RingTrace {
   std::size_t slot(std::size_t age) const { return (head_ + ring_.size() - size_ + age) % ring_.size(); }
 
   static inline bool enabled_ = true;
+  // Where RING_TRACE formats a record before copying it into the ring.
+  static inline std::string scratch_;
+  friend class RingTraceText;
   std::vector<Record> ring_;
   std::size_t head_ = 0;  // where the next record goes
   std::size_t size_ = 0;
   std::size_t recorded_ = 0;
+};
+
+// Formats streamed pieces exactly as a freshly made std::ostringstream
+// would, into the ring's scratch buffer, without making one: building and
+// tearing down a stream (and its locale) on every record would cost more than
+// the event it records. Text, characters, integers and bool are appended
+// directly; anything else goes through a stream of its own operator<<.
+// Stream manipulators are refused: a record has no formatting state to carry.
+class RingTraceText {
+ public:
+  RingTraceText() : out_(RingTrace::scratch_) { out_.clear(); }
+  RingTraceText(RingTraceText const&) = delete;
+  RingTraceText& operator=(RingTraceText const&) = delete;
+
+  std::string_view text() const { return out_; }
+
+  RingTraceText& operator<<(std::string_view s) {
+    out_.append(s);
+    return *this;
+  }
+  RingTraceText& operator<<(char const* s) {
+    out_.append(s);
+    return *this;
+  }
+  RingTraceText& operator<<(std::string const& s) {
+    out_.append(s);
+    return *this;
+  }
+  // Character types print as characters, as a stream prints them.
+  template <class C>
+    requires std::same_as<C, char> || std::same_as<C, signed char> || std::same_as<C, unsigned char>
+  RingTraceText& operator<<(C c) {
+    out_.push_back(static_cast<char>(c));
+    return *this;
+  }
+  // Without boolalpha a stream prints 1 and 0.
+  template <class B>
+    requires std::same_as<B, bool>
+  RingTraceText& operator<<(B b) {
+    out_.push_back(b ? '1' : '0');
+    return *this;
+  }
+  template <class I>
+    requires std::integral<I> && (!std::same_as<I, bool>) && (!std::same_as<I, char>) &&
+             (!std::same_as<I, signed char>) && (!std::same_as<I, unsigned char>) && (sizeof(I) >= sizeof(short))
+  RingTraceText& operator<<(I v) {
+    char buf[24];
+    auto r = std::to_chars(buf, buf + sizeof buf, v);
+    out_.append(buf, r.ptr);
+    return *this;
+  }
+  template <class T>
+    requires(!std::integral<T>) && (!std::is_convertible_v<T const&, std::string_view>) &&
+            (!std::is_convertible_v<T const&, char const*>) && (!std::is_function_v<T>)
+  RingTraceText& operator<<(T const& v) {
+    std::ostringstream os;
+    os << v;
+    out_.append(os.str());
+    return *this;
+  }
+
+ private:
+  std::string& out_;
 };
 
 // Writes the pieces, streamed in order, as one record of the process-wide
@@ -67,19 +139,19 @@ class RingTrace {
 template <class... Pieces>
 void ringTrace(std::string_view source, Pieces const&... pieces) {
   if (!RingTrace::enabled()) return;
-  std::ostringstream os;
-  (os << ... << pieces);
-  RingTrace::instance().record(source, os.str());
+  RingTraceText text;
+  (text << ... << pieces);
+  RingTrace::instance().recordView(source, text.text());
 }
 
 // RING_TRACE("handleZombie", ", Set timer for zombie oifSetIndex: " << index)
 // streams expr into one record of the process-wide ring. Nothing of expr is
 // evaluated while recording is off.
-#define RING_TRACE(source, expr)                                    \
-  do {                                                              \
-    if (::RingTrace::enabled()) {                                   \
-      std::ostringstream ringTraceOs_;                              \
-      ringTraceOs_ << expr;                                         \
-      ::RingTrace::instance().record((source), ringTraceOs_.str()); \
-    }                                                               \
+#define RING_TRACE(source, expr)                                          \
+  do {                                                                    \
+    if (::RingTrace::enabled()) {                                         \
+      ::RingTraceText ringTraceText_;                                     \
+      ringTraceText_ << expr;                                             \
+      ::RingTrace::instance().recordView((source), ringTraceText_.text()); \
+    }                                                                     \
   } while (0)

@@ -1,9 +1,12 @@
+#include <cstdint>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "platform/log/RingTrace.h"
+#include "platform/net/IntfId.h"
 #include "platform/vex/ActivityManager.h"
 
 namespace {
@@ -57,6 +60,31 @@ TEST(RingTrace, MacroWritesTheProcessRingAndEvaluatesNothingWhenOff) {
   RingTrace::enabledIs(true);
   EXPECT_EQ(texts(ring), (std::vector<std::string>{", Set timer for zombie oifSetIndex: 42 n1", "index 7"}));
   EXPECT_EQ(evaluated, 1);
+  ring.clear();
+}
+
+// Records are formatted without a stream, yet must read exactly as one would
+// have written them: characters as characters, bool as 1/0, integers of every
+// width and sign, and types that only have a stream operator.
+TEST(RingTrace, MacroFormatsEveryPieceAsAStreamWould) {
+  auto& ring = RingTrace::instance();
+  ring.clear();
+  std::uint8_t const small = 65;
+  std::int64_t const negative = -9000000000;
+  std::string const text = "str";
+  Netcore::IntfId const intf = Netcore::IntfId::ethernet(5);
+  double const ratio = 0.125;
+  RING_TRACE("src", "a" << 'b' << small << true << false << std::uint16_t{65535} << -7 << negative << std::size_t{42}
+                        << text << intf << ratio << 1e21);
+  std::ostringstream expected;
+  expected << "a" << 'b' << small << true << false << std::uint16_t{65535} << -7 << negative << std::size_t{42} << text
+           << intf << ratio << 1e21;
+  EXPECT_EQ(texts(ring), (std::vector<std::string>{expected.str()}));
+  // A record longer than the last one, then a shorter one: nothing of an
+  // earlier text is left over.
+  RING_TRACE("src", std::string(100, 'x'));
+  RING_TRACE("src", "y");
+  EXPECT_EQ(ring.records().back().text, "y");
   ring.clear();
 }
 
