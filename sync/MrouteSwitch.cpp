@@ -1,5 +1,7 @@
 #include "sync/MrouteSwitch.h"
 
+#include <absl/hash/hash.h>
+
 #include <iomanip>
 #include <vector>
 
@@ -69,9 +71,30 @@ Vex::Ptr<Boundary> MrouteSwitch::boundary(RouteHandle h) const {
   return it == boundary_.end() ? nullptr : it->second;
 }
 
+std::size_t MrouteSwitch::RouteByKeyHash::operator()(RouteKeyVlanId const& k) const {
+  return absl::HashOf(k.route, k.vlan.value());
+}
+
+std::size_t MrouteSwitch::RouteByKeyHash::operator()(Route const* r) const {
+  return absl::HashOf(r->key(), r->acceptingVlanId().value());
+}
+
+bool MrouteSwitch::RouteByKeyEq::operator()(Route const* a, Route const* b) const {
+  return a->acceptingVlanId() == b->acceptingVlanId() && a->key() == b->key();
+}
+
+bool MrouteSwitch::RouteByKeyEq::operator()(Route const* a, RouteKeyVlanId const& k) const {
+  return a->acceptingVlanId() == k.vlan && a->key() == k.route;
+}
+
 RouteHandle MrouteSwitch::routeKeyToHandle(RouteKeyVlanId const& k) const {
+  Route const* r = routeByKey(k);
+  return r ? r->routeHandle() : RouteHandle::invalid();
+}
+
+Route* MrouteSwitch::routeByKey(RouteKeyVlanId const& k) const {
   auto it = routeKeyToHandle_.find(k);
-  return it == routeKeyToHandle_.end() ? RouteHandle::invalid() : it->second;
+  return it == routeKeyToHandle_.end() ? nullptr : *it;
 }
 
 MtableOifSetPtr MrouteSwitch::inUseOifSet(MrouteLib::OifSet const* oifSet) const {
@@ -165,8 +188,12 @@ void MrouteSwitch::doAllocateRoute(IpGenRouteKey const& key, Bridging::VlanIdOrN
   r->fastdropIs(fastdrop);
   r->vrfIdIs(vrfId);
   r->rpaIdIs(rpaId);
+  if (auto [it, inserted] = routeKeyToHandle_.insert(r.get()); !inserted) {
+    // The same key and VLAN in another VRF: the newest route takes the entry.
+    routeKeyToHandle_.erase(it);
+    routeKeyToHandle_.insert(r.get());
+  }
   route_.emplace(handle, std::move(r));
-  routeKeyToHandle_[RouteKeyVlanId(key, acceptingVlanId)] = handle;
   handleResultIs(handle);
   requestVerify();
 }
@@ -193,7 +220,8 @@ void MrouteSwitch::doDeleteRoute(RouteHandle handle) {
   FAL_SYNC_TRACE(2, "doDeleteRoute" << ", handle: " << handle);
   if (auto mroute = route(handle)) {
     mrouteHelper_->doDeleteMroute(switchId(), mroute->vrfId(), handle, mroute);
-    routeKeyToHandle_.erase(RouteKeyVlanId(mroute->key(), mroute->acceptingVlanId()));
+    // By key and VLAN: whichever route holds the entry, it goes.
+    routeKeyToHandle_.erase(mroute.get());
     // Detach first: dropping the route may free its set, which calls back here.
     auto node = route_.extract(handle);
   } else {

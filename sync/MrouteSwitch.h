@@ -77,6 +77,9 @@ class MrouteSwitch : public MrouteLib::SwitchChip {
   // The handle of the route with this key and accepting VLAN, or the invalid handle.
   MrouteLib::RouteHandle routeKeyToHandle(RouteKeyVlanId const& k) const;
   std::size_t routeKeyToHandleSize() const { return routeKeyToHandle_.size(); }
+  // The route routeKeyToHandle names, found with one lookup; null when none.
+  // Valid until the route is deleted.
+  Route* routeByKey(RouteKeyVlanId const& k) const;
 
   // The sharing table: the live set that programs each platform OIF set.
   MtableOifSetPtr inUseOifSet(MrouteLib::OifSet const* oifSet) const;
@@ -131,7 +134,23 @@ class MrouteSwitch : public MrouteLib::SwitchChip {
   Vex::Ptr<HwStatus const> mfib6HwStatus_;
   absl::flat_hash_map<MrouteLib::RouteHandle, Vex::Ptr<Route>> route_;
   absl::flat_hash_map<MrouteLib::RouteHandle, Vex::Ptr<Boundary>> boundary_;
-  absl::flat_hash_map<RouteKeyVlanId, MrouteLib::RouteHandle> routeKeyToHandle_;
+  // Routes by key and accepting VLAN. Holds the routes, not copies of their
+  // keys and handles: an 8-byte slot instead of a 44-byte one, and a lookup
+  // lands on the route itself. The last route programmed with a key and VLAN
+  // (in any VRF) replaces an earlier one, and deleting any route with that key
+  // and VLAN removes the entry.
+  struct RouteByKeyHash {
+    using is_transparent = void;
+    std::size_t operator()(RouteKeyVlanId const& k) const;
+    std::size_t operator()(Route const* r) const;
+  };
+  struct RouteByKeyEq {
+    using is_transparent = void;
+    bool operator()(Route const* a, Route const* b) const;
+    bool operator()(Route const* a, RouteKeyVlanId const& k) const;
+    bool operator()(RouteKeyVlanId const& k, Route const* a) const { return (*this)(a, k); }
+  };
+  absl::flat_hash_set<Route*, RouteByKeyHash, RouteByKeyEq> routeKeyToHandle_;
   OifSetMap inUseOifSet_;
   absl::flat_hash_set<std::uint32_t> oifSetIndexColl_;
   Vex::OrderedColl<ZombieKey, Vex::Ptr<MtableOifSet>> zombieOifSet_;
