@@ -34,25 +34,25 @@ std::uint64_t choose(std::uint64_t n, std::uint64_t k) {
 }
 
 // One output set before it becomes a PortVlanSet: its ports (as indexes into
-// the spec's ports, ascending) and its VLAN (index into outputVlans).
+// the shape's ports, ascending) and its VLAN (index into outputVlans).
 struct Draw {
   std::vector<std::size_t> ports;
   std::size_t vlan = 0;
   friend auto operator<=>(Draw const&, Draw const&) = default;
 };
 
-MrouteLib::PortVlanSet toPortVlanSet(RouteSetGenerator::Spec const& spec, Draw const& d) {
+MrouteLib::PortVlanSet toPortVlanSet(RouteSetGenerator::Shape const& shape, Draw const& d) {
   MrouteLib::PortVlanSet pvs;
-  Bridging::VlanIdOrNone const vlan = spec.outputVlans.empty() ? Bridging::VlanIdOrNone() : spec.outputVlans[d.vlan];
+  Bridging::VlanIdOrNone const vlan = shape.outputVlans.empty() ? Bridging::VlanIdOrNone() : shape.outputVlans[d.vlan];
   bool onProtected = false;
   for (std::size_t p : d.ports) {
-    pvs.portVlanIs(MrouteLib::PortVlan(spec.ports[p], vlan));
-    if (spec.frr && spec.ports[p] == spec.frr->protectedIntf) onProtected = true;
+    pvs.portVlanIs(MrouteLib::PortVlan(shape.ports[p], vlan));
+    if (shape.frr && shape.ports[p] == shape.frr->protectedIntf) onProtected = true;
   }
   if (onProtected) {
-    pvs.intfIdIs(spec.frr->protectedIntf);
-    pvs.currentIifIs(spec.frr->protectedIntf);
-    for (auto const& b : spec.frr->backups) pvs.portVlanFrrIs(b);
+    pvs.intfIdIs(shape.frr->protectedIntf);
+    pvs.currentIifIs(shape.frr->protectedIntf);
+    for (auto const& b : shape.frr->backups) pvs.portVlanFrrIs(b);
   }
   return pvs;
 }
@@ -90,9 +90,9 @@ class DrawEnumerator {
 
 }  // namespace
 
-std::uint64_t RouteSetGenerator::maxDistinct(Spec const& spec) {
-  std::uint64_t const vlans = std::max<std::size_t>(1, spec.outputVlans.size());
-  return saturatingMul(choose(spec.ports.size(), spec.portsPerSet), vlans);
+std::uint64_t RouteSetGenerator::maxDistinct(Shape const& shape) {
+  std::uint64_t const vlans = std::max<std::size_t>(1, shape.outputVlans.size());
+  return saturatingMul(choose(shape.ports.size(), shape.portsPerSet), vlans);
 }
 
 Netcore::IpGenAddr RouteSetGenerator::groupOf(Netcore::IpGenAddr const& base, std::uint64_t i) {
@@ -110,51 +110,51 @@ Netcore::IpGenAddr RouteSetGenerator::groupOf(Netcore::IpGenAddr const& base, st
   return Netcore::IpGenAddr::v6(bytes);
 }
 
-Scenario::RouteSet RouteSetGenerator::generate(std::string name, Spec const& spec) {
-  VEX_ASSERT(spec.portsPerSet >= 1 && spec.portsPerSet <= spec.ports.size());
-  VEX_ASSERT(spec.diversity >= 1 && spec.diversity <= maxDistinct(spec));
-  VEX_ASSERT(!spec.acceptingVlans.empty());
+Scenario::RouteSet RouteSetGenerator::generate(std::string name, Shape const& shape) {
+  VEX_ASSERT(shape.portsPerSet >= 1 && shape.portsPerSet <= shape.ports.size());
+  VEX_ASSERT(shape.diversity >= 1 && shape.diversity <= maxDistinct(shape));
+  VEX_ASSERT(!shape.acceptingVlans.empty());
 
-  std::mt19937_64 rng(spec.seed);
-  std::size_t const vlans = std::max<std::size_t>(1, spec.outputVlans.size());
-  std::size_t const wanted = std::min(spec.diversity, std::max<std::size_t>(spec.count, 1));
+  std::mt19937_64 rng(shape.seed);
+  std::size_t const vlans = std::max<std::size_t>(1, shape.outputVlans.size());
+  std::size_t const wanted = std::min(shape.diversity, std::max<std::size_t>(shape.count, 1));
 
   // Draw the distinct sets.
   std::set<Draw> taken;
   std::vector<Draw> draws;
   draws.reserve(wanted);
-  std::vector<std::size_t> order(spec.ports.size());
+  std::vector<std::size_t> order(shape.ports.size());
   std::size_t attempts = 0;
   std::size_t const maxAttempts = 20 * wanted + 1000;
   while (draws.size() < wanted && attempts++ < maxAttempts) {
     std::iota(order.begin(), order.end(), 0);
     // Partial Fisher-Yates: the first portsPerSet of order are a uniform choice.
-    for (std::size_t i = 0; i < spec.portsPerSet; ++i) std::swap(order[i], order[i + rng() % (order.size() - i)]);
+    for (std::size_t i = 0; i < shape.portsPerSet; ++i) std::swap(order[i], order[i + rng() % (order.size() - i)]);
     Draw d;
-    d.ports.assign(order.begin(), order.begin() + static_cast<std::ptrdiff_t>(spec.portsPerSet));
+    d.ports.assign(order.begin(), order.begin() + static_cast<std::ptrdiff_t>(shape.portsPerSet));
     std::sort(d.ports.begin(), d.ports.end());
     d.vlan = rng() % vlans;
     if (taken.insert(d).second) draws.push_back(std::move(d));
   }
-  for (DrawEnumerator e(spec.ports.size(), spec.portsPerSet, vlans); draws.size() < wanted && !e.done(); e.next()) {
+  for (DrawEnumerator e(shape.ports.size(), shape.portsPerSet, vlans); draws.size() < wanted && !e.done(); e.next()) {
     if (taken.insert(e.current()).second) draws.push_back(e.current());
   }
   VEX_ASSERT(draws.size() == wanted);
 
   std::vector<MrouteLib::PortVlanSet> sets;
   sets.reserve(draws.size());
-  for (auto const& d : draws) sets.push_back(toPortVlanSet(spec, d));
+  for (auto const& d : draws) sets.push_back(toPortVlanSet(shape, d));
 
   Scenario::RouteSet out;
   out.name = std::move(name);
   out.generated = true;
-  out.distinctOutputs = spec.count == 0 ? 0 : sets.size();
-  out.routes.reserve(spec.count);
-  for (std::size_t i = 0; i < spec.count; ++i) {
-    Netcore::IpGenAddr const group = groupOf(spec.groupBase, i);
-    MrouteLib::DesiredRoute r(spec.vrf, Routing::Multicast::Fib::IpGenRouteKey(
-                                            spec.source, Netcore::IpGenPrefix(group, Netcore::IpGenPrefix::maxLen(group.af()))));
-    Bridging::VlanId const vlan = spec.acceptingVlans[i % spec.acceptingVlans.size()];
+  out.distinctOutputs = shape.count == 0 ? 0 : sets.size();
+  out.routes.reserve(shape.count);
+  for (std::size_t i = 0; i < shape.count; ++i) {
+    Netcore::IpGenAddr const group = groupOf(shape.groupBase, i);
+    MrouteLib::DesiredRoute r(shape.vrf, Routing::Multicast::Fib::IpGenRouteKey(
+                                            shape.source, Netcore::IpGenPrefix(group, Netcore::IpGenPrefix::maxLen(group.af()))));
+    Bridging::VlanId const vlan = shape.acceptingVlans[i % shape.acceptingVlans.size()];
     r.acceptingVlanIs(vlan);
     r.acceptingIntfIdIs(Netcore::IntfId::vlan(vlan.value()));
     std::size_t const s = i < sets.size() ? i : rng() % sets.size();

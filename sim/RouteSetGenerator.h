@@ -36,7 +36,7 @@ class RouteSetGenerator {
     std::vector<MrouteLib::PortVlan> backups;
   };
 
-  struct Spec {
+  struct Shape {
     std::size_t count = 0;
     std::size_t diversity = 1;
     std::uint64_t seed = 1;
@@ -52,13 +52,13 @@ class RouteSetGenerator {
   };
 
   // How many distinct output sets the ports and VLANs allow (saturating).
-  static std::uint64_t maxDistinct(Spec const& spec);
+  static std::uint64_t maxDistinct(Shape const& shape);
   // The group of route i: groupBase + i.
   static Netcore::IpGenAddr groupOf(Netcore::IpGenAddr const& base, std::uint64_t i);
 
   // Requires 1 <= portsPerSet <= ports.size(), diversity >= 1,
-  // diversity <= maxDistinct(spec) and a non-empty acceptingVlans.
-  static Scenario::RouteSet generate(std::string name, Spec const& spec);
+  // diversity <= maxDistinct(shape) and a non-empty acceptingVlans.
+  static Scenario::RouteSet generate(std::string name, Shape const& shape);
 };
 
 }  // namespace FalSim

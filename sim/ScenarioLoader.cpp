@@ -504,30 +504,30 @@ Scenario::RouteSet Loader::generated(std::string name, Value const& v, std::stri
   knownFields(v, path,
               {"count", "diversity", "seed", "vrf", "source", "groupBase", "acceptingVlan", "ports", "portsPerSet",
                "outputVlans", "frr"});
-  RouteSetGenerator::Spec spec;
+  RouteSetGenerator::Shape shape;
   std::string const countWhat = "a route count from 1 to " + std::to_string(kMaxRoutesPerSet);
-  spec.count = integer(required(v, path, "count", countWhat), child(path, "count"), countWhat, 1, kMaxRoutesPerSet);
-  if (auto const* seed = member(v, "seed")) spec.seed = integer(*seed, child(path, "seed"), "a seed from 0 to 2^64-1", 0, ~0ULL);
-  spec.vrf = declaredVrf(v, path);
+  shape.count = integer(required(v, path, "count", countWhat), child(path, "count"), countWhat, 1, kMaxRoutesPerSet);
+  if (auto const* seed = member(v, "seed")) shape.seed = integer(*seed, child(path, "seed"), "a seed from 0 to 2^64-1", 0, ~0ULL);
+  shape.vrf = declaredVrf(v, path);
   Netcore::IpGenPrefix const base = group(required(v, path, "groupBase", "the first group address"), child(path, "groupBase"));
   if (!base.isHost()) fail(child(path, "groupBase"), "a group address, not a prefix", member(v, "groupBase"));
-  spec.groupBase = base.address();
-  Netcore::IpGenAddr const last = RouteSetGenerator::groupOf(spec.groupBase, spec.count - 1);
-  bool const wraps = spec.groupBase.isV4() && std::uint64_t{spec.groupBase.v4Addr()} + spec.count - 1 > 0xFFFFFFFFULL;
+  shape.groupBase = base.address();
+  Netcore::IpGenAddr const last = RouteSetGenerator::groupOf(shape.groupBase, shape.count - 1);
+  bool const wraps = shape.groupBase.isV4() && std::uint64_t{shape.groupBase.v4Addr()} + shape.count - 1 > 0xFFFFFFFFULL;
   if (wraps || !last.isMulticast()) {
-    failWith(child(path, "count"), "a count whose groups stay multicast (from " + spec.groupBase.stringValue() + ")",
+    failWith(child(path, "count"), "a count whose groups stay multicast (from " + shape.groupBase.stringValue() + ")",
              "a last group of " + last.stringValue());
   }
-  spec.source = source(member(v, "source"), child(path, "source"), spec.groupBase.af());
+  shape.source = source(member(v, "source"), child(path, "source"), shape.groupBase.af());
 
   std::string const ap = child(path, "acceptingVlan");
   Value const& accepting = required(v, path, "acceptingVlan", "a VLAN declared in interfaces.vlans, or a list of them");
   if (accepting.IsArray()) {
     auto const a = accepting.GetArray();
     if (a.Size() == 0) fail(ap, "at least one accepting VLAN", &accepting);
-    for (std::size_t i = 0; i < a.Size(); ++i) spec.acceptingVlans.push_back(declaredVlan(a[i], item(ap, i)));
+    for (std::size_t i = 0; i < a.Size(); ++i) shape.acceptingVlans.push_back(declaredVlan(a[i], item(ap, i)));
   } else {
-    spec.acceptingVlans.push_back(declaredVlan(accepting, ap));
+    shape.acceptingVlans.push_back(declaredVlan(accepting, ap));
   }
 
   if (auto const* ports = member(v, "ports")) {
@@ -536,24 +536,24 @@ Scenario::RouteSet Loader::generated(std::string name, Value const& v, std::stri
     for (std::size_t i = 0; i < a.Size(); ++i) {
       Netcore::IntfId const intf = ethernet(a[i], item(pp, i));
       if (!ethernetSet_.contains(intf)) fail(item(pp, i), "a declared Ethernet interface", &a[i]);
-      if (std::find(spec.ports.begin(), spec.ports.end(), intf) != spec.ports.end()) {
+      if (std::find(shape.ports.begin(), shape.ports.end(), intf) != shape.ports.end()) {
         fail(item(pp, i), "a port not listed before", &a[i]);
       }
-      spec.ports.push_back(intf);
+      shape.ports.push_back(intf);
     }
   } else {
-    spec.ports = s_.ethernet;
+    shape.ports = s_.ethernet;
   }
-  if (spec.ports.empty()) fail(child(path, "ports"), "at least one Ethernet port (declare them in interfaces.ethernet)");
-  spec.portsPerSet = std::min<std::size_t>(4, spec.ports.size());
+  if (shape.ports.empty()) fail(child(path, "ports"), "at least one Ethernet port (declare them in interfaces.ethernet)");
+  shape.portsPerSet = std::min<std::size_t>(4, shape.ports.size());
   if (auto const* k = member(v, "portsPerSet")) {
-    std::string const what = "a number of ports per set from 1 to " + std::to_string(spec.ports.size());
-    spec.portsPerSet = integer(*k, child(path, "portsPerSet"), what, 1, spec.ports.size());
+    std::string const what = "a number of ports per set from 1 to " + std::to_string(shape.ports.size());
+    shape.portsPerSet = integer(*k, child(path, "portsPerSet"), what, 1, shape.ports.size());
   }
   if (auto const* ov = member(v, "outputVlans")) {
     std::string const op = child(path, "outputVlans");
     auto const a = array(*ov, op, "a list of VLAN ids");
-    for (std::size_t i = 0; i < a.Size(); ++i) spec.outputVlans.push_back(vlan(a[i], item(op, i)));
+    for (std::size_t i = 0; i < a.Size(); ++i) shape.outputVlans.push_back(vlan(a[i], item(op, i)));
   }
   if (auto const* f = member(v, "frr")) {
     std::string const p = child(path, "frr");
@@ -569,19 +569,19 @@ Scenario::RouteSet Loader::generated(std::string name, Value const& v, std::stri
     auto const a = array(backups, bp, "a list of backup outputs (\"Ethernet5.100\")");
     if (a.Size() == 0) fail(bp, "at least one backup output", &backups);
     for (std::size_t i = 0; i < a.Size(); ++i) frr.backups.push_back(portVlan(a[i], item(bp, i)));
-    spec.frr = std::move(frr);
+    shape.frr = std::move(frr);
   }
 
-  std::uint64_t const most = RouteSetGenerator::maxDistinct(spec);
+  std::uint64_t const most = RouteSetGenerator::maxDistinct(shape);
   if (auto const* d = member(v, "diversity")) {
-    std::uint64_t const limit = std::min<std::uint64_t>(most, spec.count);
+    std::uint64_t const limit = std::min<std::uint64_t>(most, shape.count);
     std::string const what = "a number of distinct output sets from 1 to " + std::to_string(limit) + " (" +
-                             counted(spec.ports.size(), "port") + ", " + std::to_string(spec.portsPerSet) +
-                             " per set, " + counted(std::max<std::size_t>(1, spec.outputVlans.size()), "VLAN") +
-                             ", " + counted(spec.count, "route") + ")";
-    spec.diversity = integer(*d, child(path, "diversity"), what, 1, limit);
+                             counted(shape.ports.size(), "port") + ", " + std::to_string(shape.portsPerSet) +
+                             " per set, " + counted(std::max<std::size_t>(1, shape.outputVlans.size()), "VLAN") +
+                             ", " + counted(shape.count, "route") + ")";
+    shape.diversity = integer(*d, child(path, "diversity"), what, 1, limit);
   }
-  return RouteSetGenerator::generate(std::move(name), spec);
+  return RouteSetGenerator::generate(std::move(name), shape);
 }
 
 void Loader::routeSets(Value const& v, std::string const& path) {

@@ -161,8 +161,8 @@ TEST(ScenarioLoaderTest, ResolvesRoutesAndFillsDefaults) {
 
 // ---- the generator ----
 
-FalSim::RouteSetGenerator::Spec spec(std::uint64_t seed) {
-  FalSim::RouteSetGenerator::Spec s;
+FalSim::RouteSetGenerator::Shape shape(std::uint64_t seed) {
+  FalSim::RouteSetGenerator::Shape s;
   s.count = 500;
   s.diversity = 12;
   s.seed = seed;
@@ -183,13 +183,13 @@ std::set<std::string> outputSets(Scenario::RouteSet const& rs) {
 }
 
 TEST(RouteSetGeneratorTest, SameSeedSameRoutesEverySetUsed) {
-  auto const a = FalSim::RouteSetGenerator::generate("a", spec(9));
-  auto const b = FalSim::RouteSetGenerator::generate("b", spec(9));
+  auto const a = FalSim::RouteSetGenerator::generate("a", shape(9));
+  auto const b = FalSim::RouteSetGenerator::generate("b", shape(9));
   ASSERT_EQ(a.routes.size(), 500u);
   EXPECT_EQ(a.routes, b.routes);
   EXPECT_EQ(outputSets(a).size(), 12u);
   EXPECT_EQ(a.distinctOutputs, 12u);
-  EXPECT_NE(outputSets(FalSim::RouteSetGenerator::generate("c", spec(10))), outputSets(a));
+  EXPECT_NE(outputSets(FalSim::RouteSetGenerator::generate("c", shape(10))), outputSets(a));
   // Consecutive groups across an octet boundary, accepting VLANs in turn.
   EXPECT_EQ(a.routes[6].key().group().address(), Netcore::IpGenAddr("239.1.1.0"));
   EXPECT_EQ(a.routes[6].acceptingVlan().value(), 10);
@@ -198,7 +198,7 @@ TEST(RouteSetGeneratorTest, SameSeedSameRoutesEverySetUsed) {
 }
 
 TEST(RouteSetGeneratorTest, ProtectsOnlySetsWithAnOutputOnTheProtectedPort) {
-  auto s = spec(4);
+  auto s = shape(4);
   s.frr = FalSim::RouteSetGenerator::Frr{Netcore::IntfId::ethernet(1), {MrouteLib::PortVlan("Ethernet8.300")}};
   auto const rs = FalSim::RouteSetGenerator::generate("f", s);
   std::size_t protectedRoutes = 0;
@@ -213,7 +213,7 @@ TEST(RouteSetGeneratorTest, ProtectsOnlySetsWithAnOutputOnTheProtectedPort) {
 }
 
 TEST(RouteSetGeneratorTest, EveryCombinationWhenDiversityIsTheMaximum) {
-  auto s = spec(1);
+  auto s = shape(1);
   s.ports.resize(5);
   s.portsPerSet = 2;
   s.outputVlans = {Bridging::VlanIdOrNone(1), Bridging::VlanIdOrNone(2)};
