@@ -45,14 +45,15 @@ MrouteSwitch::MrouteSwitch(std::uint32_t switchId, Vex::Ptr<FalCommonSmData> con
       mrouteHelper_(mrouteHelper),
       ipStatus_(ipStatus),
       mfibHwStatus_(mfibHwStatus),
-      mfib6HwStatus_(mfib6HwStatus) {
+      mfib6HwStatus_(mfib6HwStatus),
+      link_(Vex::make<MrouteSwitchLink>(this)) {
   handleResultIs(RouteHandle::invalid());
   handleInitialized();
 }
 
 MrouteSwitch::~MrouteSwitch() {
   doCleanup();
-  for (auto* set : liveSets_) set->mrouteSwitchIs(nullptr);
+  link_->mrouteSwitchDel();
 }
 
 Vex::Seconds MrouteSwitch::now() const { return Vex::ActivityManager::current()->now(); }
@@ -100,14 +101,6 @@ Route* MrouteSwitch::routeByKey(RouteKeyVlanId const& k) const {
 MtableOifSetPtr MrouteSwitch::inUseOifSet(MrouteLib::OifSet const* oifSet) const {
   auto it = inUseOifSet_.find(oifSet);
   return it == inUseOifSet_.end() ? MtableOifSetPtr() : it->second;
-}
-
-void MrouteSwitch::mtableOifSetLiveIs(MtableOifSet* set, bool live) {
-  if (live) {
-    liveSets_.insert(set);
-  } else {
-    liveSets_.erase(set);
-  }
 }
 
 void MrouteSwitch::zombieOifSetIs(Vex::Ptr<MtableOifSet> const& set) {

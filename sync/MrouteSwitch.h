@@ -26,6 +26,7 @@
 #include "platform/mroutelib/SwitchChip.h"
 #include "platform/vex/OrderedColl.h"
 #include "sync/Boundary.h"
+#include "sync/MrouteSwitchLink.h"
 #include "sync/MtableOifSet.h"
 #include "sync/Route.h"
 
@@ -116,8 +117,8 @@ class MrouteSwitch : public MrouteLib::SwitchChip {
   // Releases every route, boundary and set (the switch is going away).
   void doCleanup();
 
-  // Bookkeeping of live sets, so the switch can detach them when it goes away.
-  void mtableOifSetLiveIs(MtableOifSet* set, bool live);
+  // What the switch's sets hold to reach it; cleared when the switch goes away.
+  Vex::Ptr<MrouteSwitchLink> const& link() const { return link_; }
 
  private:
   void requestVerify();
@@ -156,7 +157,7 @@ class MrouteSwitch : public MrouteLib::SwitchChip {
   Vex::OrderedColl<ZombieKey, Vex::Ptr<MtableOifSet>> zombieOifSet_;
   FrrOifSetColl frrMtableOifSet_;
   FrrOifSetColl frrProcessingOifSet_;
-  absl::flat_hash_set<MtableOifSet*> liveSets_;
+  Vex::Ptr<MrouteSwitchLink> link_;
   Vex::Seconds zombieLifetime_ = kDefaultZombieLifetime;
   bool initialized_ = false;
   bool deleted_ = false;

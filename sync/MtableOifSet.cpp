@@ -6,18 +6,24 @@
 namespace Fal {
 
 MtableOifSet::MtableOifSet(Vex::Ptr<MrouteLib::OifSet const> oifSet, bool toCpu, MrouteSwitch* mrouteSwitch)
-    : oifSet_(std::move(oifSet)), mrouteSwitch_(mrouteSwitch), toCpu_(toCpu) {
-  if (mrouteSwitch_) mrouteSwitch_->mtableOifSetLiveIs(this, true);
+    : oifSet_(std::move(oifSet)), toCpu_(toCpu) {
+  mrouteSwitchIs(mrouteSwitch);
 }
 
 // Destruction always follows zeroReferencesIs, which already ran doCleanup.
-MtableOifSet::~MtableOifSet() {
-  if (mrouteSwitch_) mrouteSwitch_->mtableOifSetLiveIs(this, false);
+MtableOifSet::~MtableOifSet() = default;
+
+void MtableOifSet::mrouteSwitchIs(MrouteSwitch* s) {
+  if (s) {
+    link_ = s->link();
+  } else {
+    link_ = nullptr;
+  }
 }
 
 void MtableOifSet::doCleanup() {
   FAL_SYNC_TRACE(2, "doCleanup" << " (oifset): " << oifSetIndex_);
-  if (mrouteSwitch_) mrouteSwitch_->handleFreeMtableOifSet(Vex::Ptr<MtableOifSet>(this));
+  if (auto* sw = mrouteSwitch()) sw->handleFreeMtableOifSet(Vex::Ptr<MtableOifSet>(this));
 }
 
 Vex::Ptr<MtableOifSet> mtableOifSetFactory(Vex::Ptr<MrouteLib::OifSet const> const& oifSet, bool toCpu,

@@ -12,6 +12,7 @@
 #include "model/ZombieKey.h"
 #include "platform/mroutelib/MtableOifSet.h"
 #include "platform/mroutelib/OifSet.h"
+#include "sync/MrouteSwitchLink.h"
 
 namespace Fal {
 
@@ -27,8 +28,8 @@ class MtableOifSet : public MrouteLib::MtableOifSet {
   Vex::Ptr<MrouteLib::OifSet const> const& oifSet() const { return oifSet_; }
   bool toCpu() const { return toCpu_; }
   // Not owned: the switch detaches its sets when it goes away (then null).
-  MrouteSwitch* mrouteSwitch() const { return mrouteSwitch_; }
-  void mrouteSwitchIs(MrouteSwitch* s) { mrouteSwitch_ = s; }
+  MrouteSwitch* mrouteSwitch() const { return link_ ? link_->mrouteSwitch() : nullptr; }
+  void mrouteSwitchIs(MrouteSwitch* s);
   std::uint32_t oifSetIndex() const { return oifSetIndex_; }
   void oifSetIndexIs(std::uint32_t i) { oifSetIndex_ = i; }
   // Set once its hardware entry is released.
@@ -52,7 +53,7 @@ class MtableOifSet : public MrouteLib::MtableOifSet {
 
  private:
   Vex::Ptr<MrouteLib::OifSet const> oifSet_;
-  MrouteSwitch* mrouteSwitch_;
+  Vex::Ptr<MrouteSwitchLink> link_;  // the switch's, shared by all its sets
   ZombieKey zombie_;
   std::uint32_t oifSetIndex_ = kInvalidOifSetIndex;
   bool toCpu_;
