@@ -64,7 +64,7 @@ void MrouteSwitch::requestVerify() {
 
 Vex::Ptr<Route> MrouteSwitch::route(RouteHandle h) const {
   auto it = route_.find(h);
-  return it == route_.end() ? nullptr : it->second;
+  return it == route_.end() ? nullptr : *it;
 }
 
 Vex::Ptr<Boundary> MrouteSwitch::boundary(RouteHandle h) const {
@@ -186,7 +186,7 @@ void MrouteSwitch::doAllocateRoute(IpGenRouteKey const& key, Bridging::VlanIdOrN
     routeKeyToHandle_.erase(it);
     routeKeyToHandle_.insert(r.get());
   }
-  route_.emplace(handle, std::move(r));
+  route_.insert(std::move(r));
   handleResultIs(handle);
   requestVerify();
 }
@@ -363,7 +363,7 @@ void MrouteSwitch::handleVerify() {
     FAL_SYNC_TRACE(2, "Verifying boundary " << bnd->key() << ", switch # " << switchId());
     mrouteHelper_->verifyMrouteBoundary(switchId(), bnd->vrfId(), bnd);
   }
-  for (auto const& [handle, r] : route_) {
+  for (auto const& r : route_) {
     FAL_SYNC_TRACE(2, "Verifying route " << r->key() << ", switch # " << switchId());
     mrouteHelper_->verifyMroute(switchId(), r->vrfId(), r);
   }
@@ -375,7 +375,7 @@ void MrouteSwitch::doCleanup() {
   deleted_ = true;
   std::vector<RouteHandle> handles;
   handles.reserve(route_.size() + boundary_.size());
-  for (auto const& [h, r] : route_) handles.push_back(h);
+  for (auto const& r : route_) handles.push_back(r->routeHandle());
   for (auto const& [h, b] : boundary_) handles.push_back(h);
   for (RouteHandle h : handles) doDeleteRoute(h);
   oifSetResultIs(nullptr);

@@ -11,8 +11,10 @@
 // the three free flags of SwitchChip.
 #include <absl/container/flat_hash_map.h>
 #include <absl/container/flat_hash_set.h>
+#include <absl/hash/hash.h>
 
 #include <cstdint>
+#include <utility>
 
 #include "model/MrouteSmHelper.h"
 #include "model/MtableOifSetPtr.h"
@@ -68,10 +70,53 @@ class MrouteSwitch : public MrouteLib::SwitchChip {
   Vex::Seconds zombieLifetime() const { return zombieLifetime_; }
   void zombieLifetimeIs(Vex::Seconds s) { zombieLifetime_ = s; }
 
+  // Routes by hardware handle, kept in a set keyed by each route's own handle:
+  // an 8-byte slot per route rather than a 16-byte handle and pointer pair.
+  struct RouteByHandleHash {
+    using is_transparent = void;
+    std::size_t operator()(MrouteLib::RouteHandle h) const { return absl::HashOf(h); }
+    std::size_t operator()(Vex::Ptr<Route> const& r) const { return absl::HashOf(r->routeHandle()); }
+  };
+  struct RouteByHandleEq {
+    using is_transparent = void;
+    bool operator()(Vex::Ptr<Route> const& a, Vex::Ptr<Route> const& b) const {
+      return a->routeHandle() == b->routeHandle();
+    }
+    bool operator()(Vex::Ptr<Route> const& a, MrouteLib::RouteHandle h) const { return a->routeHandle() == h; }
+    bool operator()(MrouteLib::RouteHandle h, Vex::Ptr<Route> const& a) const { return a->routeHandle() == h; }
+  };
+  using RouteColl = absl::flat_hash_set<Vex::Ptr<Route>, RouteByHandleHash, RouteByHandleEq>;
+  // The routes as (handle, route) pairs: `for (auto const& [handle, route] : sw.routes())`.
+  class RouteView {
+   public:
+    class Iterator {
+     public:
+      using value_type = std::pair<MrouteLib::RouteHandle, Vex::Ptr<Route> const&>;
+      explicit Iterator(RouteColl::const_iterator it) : it_(it) {}
+      value_type operator*() const { return {(*it_)->routeHandle(), *it_}; }
+      Iterator& operator++() {
+        ++it_;
+        return *this;
+      }
+      friend bool operator==(Iterator const& a, Iterator const& b) { return a.it_ == b.it_; }
+
+     private:
+      RouteColl::const_iterator it_;
+    };
+    explicit RouteView(RouteColl const& routes) : routes_(&routes) {}
+    Iterator begin() const { return Iterator(routes_->begin()); }
+    Iterator end() const { return Iterator(routes_->end()); }
+    std::size_t size() const { return routes_->size(); }
+    bool empty() const { return routes_->empty(); }
+
+   private:
+    RouteColl const* routes_;
+  };
+
   // Routes and boundary entries by hardware handle.
   Vex::Ptr<Route> route(MrouteLib::RouteHandle h) const;
   std::size_t routeSize() const { return route_.size(); }
-  absl::flat_hash_map<MrouteLib::RouteHandle, Vex::Ptr<Route>> const& routes() const { return route_; }
+  RouteView routes() const { return RouteView(route_); }
   Vex::Ptr<Boundary> boundary(MrouteLib::RouteHandle h) const;
   std::size_t boundarySize() const { return boundary_.size(); }
   absl::flat_hash_map<MrouteLib::RouteHandle, Vex::Ptr<Boundary>> const& boundaries() const { return boundary_; }
@@ -133,7 +178,7 @@ class MrouteSwitch : public MrouteLib::SwitchChip {
   Vex::Ptr<Ip::Status const> ipStatus_;
   Vex::Ptr<HwStatus const> mfibHwStatus_;
   Vex::Ptr<HwStatus const> mfib6HwStatus_;
-  absl::flat_hash_map<MrouteLib::RouteHandle, Vex::Ptr<Route>> route_;
+  RouteColl route_;
   absl::flat_hash_map<MrouteLib::RouteHandle, Vex::Ptr<Boundary>> boundary_;
   // Routes by key and accepting VLAN. Holds the routes, not copies of their
   // keys and handles: an 8-byte slot instead of a 44-byte one, and a lookup
