@@ -1,6 +1,7 @@
 #include "sim/ReferenceChip.h"
 
 #include <algorithm>
+#include <functional>
 #include <sstream>
 
 #include "platform/vex/ActivityManager.h"
@@ -741,6 +742,29 @@ std::vector<MrouteLib::PortVlan> ReferenceChip::forward(std::uint32_t chip, std:
 
 // ---- verification against the library ----
 
+namespace {
+// Compares one entry's fields with the library's view. The description of
+// the entry is only built when a field differs: verification runs over every
+// route after each change, and almost always finds nothing.
+class FieldCheck {
+ public:
+  FieldCheck(std::function<void(std::string)> report, std::function<std::string()> where)
+      : report_(std::move(report)), where_(std::move(where)) {}
+  template <class H, class L>
+  void field(char const* name, H const& hw, L const& lib) {
+    if (hw == lib) return;
+    std::ostringstream os;
+    os << where_() << name << " " << hw << " in hardware, " << lib << " in the library";
+    report_(os.str());
+  }
+  void fail(std::string const& what) { report_(where_() + what); }
+
+ private:
+  std::function<void(std::string)> report_;
+  std::function<std::string()> where_;
+};
+}  // namespace
+
 void ReferenceChip::verifyMroute(std::uint32_t switchId, std::uint16_t vrfId, Vex::Ptr<Fal::Route const> const& route) {
   char const* const op = "verifyMroute";
   Chip* c = chipFor(switchId, op);
@@ -749,33 +773,31 @@ void ReferenceChip::verifyMroute(std::uint32_t switchId, std::uint16_t vrfId, Ve
     violation(on(switchId, op) + "null route");
     return;
   }
-  std::string const where = on(switchId, op) + "route " + route->key().pretty() + " handle " +
+  FieldCheck check([this](std::string v) { violation(std::move(v)); },
+                   [&] {
+                     return on(switchId, op) + "route " + route->key().pretty() + " handle " +
                             std::to_string(route->routeHandle().value()) + ": ";
+                   });
   auto it = c->routes.find(route->routeHandle());
   if (it == c->routes.end()) {
-    violation(where + "not in the route table");
+    check.fail("not in the route table");
     return;
   }
   RouteEntry const& r = it->second;
-  auto differs = [&](char const* field, auto const& hw, auto const& lib) {
-    std::ostringstream os;
-    os << where << field << " " << hw << " in hardware, " << lib << " in the library";
-    violation(os.str());
-  };
-  if (r.key != route->key()) differs("key", r.key.pretty(), route->key().pretty());
-  if (r.acceptingVlan != route->acceptingVlanId()) differs("accepting VLAN", r.acceptingVlan, route->acceptingVlanId());
-  if (r.vrfId != route->vrfId()) differs("vrfId", r.vrfId, route->vrfId());
-  if (r.vrfId != vrfId) differs("vrfId (argument)", r.vrfId, vrfId);
-  if (r.fastdrop != route->fastdrop()) differs("fastdrop", r.fastdrop, route->fastdrop());
-  if (r.rpaId != route->rpaId()) differs("rpaId", r.rpaId, route->rpaId());
+  check.field("key", r.key, route->key());
+  check.field("accepting VLAN", r.acceptingVlan, route->acceptingVlanId());
+  check.field("vrfId", r.vrfId, route->vrfId());
+  check.field("vrfId (argument)", r.vrfId, vrfId);
+  check.field("fastdrop", r.fastdrop, route->fastdrop());
+  check.field("rpaId", r.rpaId, route->rpaId());
   // A route is programmed with its set's index before the library records
   // the set on it; until then there is nothing to compare.
   if (auto const& set = route->mtableOifSet()) {
-    if (r.oifSetIndex != set->oifSetIndex()) differs("oifSetIndex", r.oifSetIndex, set->oifSetIndex());
-    if (set->deleted()) violation(where + "the library's OIF set " + std::to_string(set->oifSetIndex()) + " is freed");
+    check.field("oifSetIndex", r.oifSetIndex, set->oifSetIndex());
+    if (set->deleted()) check.fail("the library's OIF set " + std::to_string(set->oifSetIndex()) + " is freed");
   }
   if (r.oifSetIndex != 0 && !c->entries.contains(r.oifSetIndex)) {
-    violation(where + "oifSetIndex " + std::to_string(r.oifSetIndex) + " is not programmed");
+    check.fail("oifSetIndex " + std::to_string(r.oifSetIndex) + " is not programmed");
   }
 }
 
@@ -788,23 +810,21 @@ void ReferenceChip::verifyMrouteBoundary(std::uint32_t switchId, std::uint16_t v
     violation(on(switchId, op) + "null boundary");
     return;
   }
-  std::string const where = on(switchId, op) + "boundary " + boundary->key().pretty() + " handle " +
+  FieldCheck check([this](std::string v) { violation(std::move(v)); },
+                   [&] {
+                     return on(switchId, op) + "boundary " + boundary->key().pretty() + " handle " +
                             std::to_string(boundary->routeHandle().value()) + ": ";
+                   });
   auto it = c->boundaries.find(boundary->routeHandle());
   if (it == c->boundaries.end()) {
-    violation(where + "not in the boundary table");
+    check.fail("not in the boundary table");
     return;
   }
   BoundaryEntry const& b = it->second;
-  auto differs = [&](char const* field, auto const& hw, auto const& lib) {
-    std::ostringstream os;
-    os << where << field << " " << hw << " in hardware, " << lib << " in the library";
-    violation(os.str());
-  };
-  if (b.key != boundary->key()) differs("key", b.key.pretty(), boundary->key().pretty());
-  if (b.vlan.value() != boundary->acceptingVlanId().value()) differs("VLAN", b.vlan.value(), boundary->acceptingVlanId().value());
-  if (b.vrfId != boundary->vrfId()) differs("vrfId", b.vrfId, boundary->vrfId());
-  if (b.vrfId != vrfId) differs("vrfId (argument)", b.vrfId, vrfId);
+  check.field("key", b.key, boundary->key());
+  check.field("VLAN", b.vlan.value(), boundary->acceptingVlanId().value());
+  check.field("vrfId", b.vrfId, boundary->vrfId());
+  check.field("vrfId (argument)", b.vrfId, vrfId);
 }
 
 }  // namespace FalSim
