@@ -212,8 +212,9 @@ bool MrouteSwitchSm::doRouteAgingReviewAfImpl(HwStatus& status) {
 
       bool askHook = true;
       bool hit = false;
-      MrouteLib::RouteHandle const handle = mrouteSwitch_->routeKeyToHandle(RouteKeyVlanId(key, vlan));
-      if (Vex::Ptr<Route> const route = handle.isNull() ? nullptr : mrouteSwitch_->route(handle)) {
+      // One lookup straight to the route; nothing runs between it and the
+      // reads below that could delete the route.
+      if (Route const* const route = mrouteSwitch_->routeByKey(RouteKeyVlanId(key, vlan))) {
         bool const noAge = route->noAge();
         if (noAge) {
           FAL_SYNC_TRACE(5, " Forcing hit for " << key);
