@@ -126,6 +126,9 @@ class MrouteSwitch : public MrouteLib::SwitchChip {
   // The route routeKeyToHandle names, found with one lookup; null when none.
   // Valid until the route is deleted.
   Route* routeByKey(RouteKeyVlanId const& k) const;
+  // Starts fetching what routeByKey(k) will read first (a hint; no effect
+  // on the result), so that a walk can ask a few routes ahead.
+  void routeByKeyPrefetch(RouteKeyVlanId const& k) const { routeKeyToHandle_.prefetch(k); }
 
   // The sharing table: the live set that programs each platform OIF set.
   MtableOifSetPtr inUseOifSet(MrouteLib::OifSet const* oifSet) const;
