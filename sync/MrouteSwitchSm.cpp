@@ -411,7 +411,9 @@ void MrouteSwitchSm::updateFrrMtableOif(Netcore::IntfId const& intf) {
   for (auto it = frr.iterator(); !it.done();) {
     MrouteLib::OifSet const* const oifSet = it.key();
     ++it;  // before the member may leave the collection
-    MrouteLib::PortVlanSet const pvs = oifSet->portVlanSet();
+    // The platform set outlives this pass: its programmed set holds it, and the
+    // FRR collections hold that one without a reference.
+    MrouteLib::PortVlanSet const& pvs = oifSet->portVlanSet();
     Netcore::IntfId const currentIif = pvs.currentIif();
     if (currentIif != intf) {
       FAL_SYNC_TRACE(8, "void Fal::MrouteSwitchSm::updateFrrMtableOif(Netcore::IntfId)"
