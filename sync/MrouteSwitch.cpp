@@ -103,6 +103,11 @@ MtableOifSetPtr MrouteSwitch::inUseOifSet(MrouteLib::OifSet const* oifSet) const
   return it == inUseOifSet_.end() ? MtableOifSetPtr() : it->second;
 }
 
+void MrouteSwitch::mtableOifSetGone(MtableOifSet const* set) {
+  auto it = inUseOifSet_.find(set->oifSet().get());
+  if (it != inUseOifSet_.end() && it->second.get() == set) inUseOifSet_.erase(it);
+}
+
 void MrouteSwitch::zombieOifSetIs(Vex::Ptr<MtableOifSet> const& set) {
   ZombieKey const key = set->zombie();
   if (zombieOifSet_.set(key, set)) notify(&Notifiee::onZombieOifSet, key);

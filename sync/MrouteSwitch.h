@@ -132,6 +132,8 @@ class MrouteSwitch : public MrouteLib::SwitchChip {
 
   // The sharing table: the live set that programs each platform OIF set.
   MtableOifSetPtr inUseOifSet(MrouteLib::OifSet const* oifSet) const;
+  // Called by a set being destroyed: drops its sharing-table entry if it still has one.
+  void mtableOifSetGone(MtableOifSet const* set);
   std::size_t inUseOifSetSize() const { return inUseOifSet_.size(); }
   bool oifSetIndexColl(std::uint32_t index) const { return oifSetIndexColl_.contains(index); }
   std::size_t oifSetIndexCollSize() const { return oifSetIndexColl_.size(); }

@@ -11,7 +11,11 @@ MtableOifSet::MtableOifSet(Vex::Ptr<MrouteLib::OifSet const> oifSet, bool toCpu,
 }
 
 // Destruction always follows zeroReferencesIs, which already ran doCleanup.
-MtableOifSet::~MtableOifSet() = default;
+// A set its switch left in the sharing table (the hook's OIF-set cache still
+// serves its content) must not be found there once it is gone.
+MtableOifSet::~MtableOifSet() {
+  if (auto* sw = mrouteSwitch()) sw->mtableOifSetGone(this);
+}
 
 void MtableOifSet::mrouteSwitchIs(MrouteSwitch* s) {
   if (s) {

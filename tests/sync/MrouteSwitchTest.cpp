@@ -67,6 +67,35 @@ TEST_F(MrouteSwitchTest, RoutesWithTheSameOutputsShareOneEntryUntilTheLastGoes) 
   EXPECT_EQ(rig.inUseIndex(oA), 2u);
 }
 
+// A hook whose own OIF-set cache still serves every content it was given.
+class CachingHelper : public RecordingMrouteHelper {
+ public:
+  bool verifyOifSetCache(OifSetPtr) override {
+    calls.push_back("verifyOifSetCache()");
+    return true;
+  }
+  void deleteOifSetCache(OifSetPtr) override { calls.push_back("deleteOifSetCache()"); }
+};
+
+TEST(MrouteSwitchCacheTest, SetServedByTheHookCacheIsForgottenOnceItIsGone) {
+  Rig rig;
+  rig.helper = Vex::make<CachingHelper>();
+  rig.start();
+  rig.l3Status->mrouteZombieEnabledIs(false);
+  auto const oA = rig.oifSet(Rig::outputs({"Ethernet1.100"}));
+  auto const k = Rig::key("10.0.0.1", "239.1.1.1");
+  rig.sw->doDeleteRoute(rig.program(k, oA));
+  EXPECT_EQ(rig.helper->callsTo("deleteOifSetCache").size(), 1u);
+  EXPECT_EQ(rig.helper->callsTo("handleFreeMtableOifSet").size(), 1u);
+  // The set left in the sharing table for the cache is gone now: the same
+  // content gets a live set of its own, not the freed one.
+  EXPECT_EQ(rig.inUseIndex(oA), Fal::invalidOifSetIndex());
+  rig.helper->clear();
+  rig.program(k, oA);
+  EXPECT_EQ(rig.helper->callsTo("doAllocateMtableOifSet"), Calls{"doAllocateMtableOifSet(1, 0)"});
+  EXPECT_EQ(rig.inUseIndex(oA), 2u);
+}
+
 TEST_F(MrouteSwitchTest, EmptyOutputsGetAnEntryOfTheirOwnWithoutAskingForRoom) {
   MrouteLib::PortVlanSet toCpuOnly;
   toCpuOnly.toCpuIs(true);
