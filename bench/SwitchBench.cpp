@@ -24,6 +24,8 @@
 // them.
 #include <benchmark/benchmark.h>
 
+#include "bench/BenchMain.h"
+
 #include <algorithm>
 #include <cstdint>
 #include <memory>
@@ -221,11 +223,4 @@ void registerAll() {
 
 }  // namespace
 
-int main(int argc, char** argv) {
-  registerAll();
-  benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  benchmark::RunSpecifiedBenchmarks();
-  benchmark::Shutdown();
-  return 0;
-}
+void FalBench::registerBenchmarks() { registerAll(); }

@@ -15,6 +15,8 @@
 // Figures are CPU time: the machine is shared.
 #include <benchmark/benchmark.h>
 
+#include "bench/BenchMain.h"
+
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -182,11 +184,4 @@ void registerAll() {
 
 }  // namespace
 
-int main(int argc, char** argv) {
-  registerAll();
-  benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  benchmark::RunSpecifiedBenchmarks();
-  benchmark::Shutdown();
-  return 0;
-}
+void FalBench::registerBenchmarks() { registerAll(); }
