@@ -231,7 +231,9 @@ std::uint32_t KernelChip::writeEntry(std::uint32_t oifSetIndex, OifSetPtr const&
                                 << " routes: " << pvs.pretty());
     return oifSetIndex;
   }
-  if (entries_.size() >= capacity_.replicationEntries) {
+  // The library counts on an entry without outputs always being given.
+  bool const empty = pvs.portVlanSize() == 0 && pvs.portVlanFrrSize() == 0 && pvs.natVlanSize() == 0;
+  if (!empty && entries_.size() >= capacity_.replicationEntries) {
     KERNEL_TRACE(2, kSource, op << ": " << entries_.size() << " replication entries, the capacity: table full");
     ++stats_.refusedEntries;
     return kInvalidIndex;

@@ -75,7 +75,10 @@ VethPorts::~VethPorts() {
 
 std::string VethPorts::outputName(MrouteLib::PortVlan output) {
   std::string name = std::to_string(output.port().number());
-  if (output.vlan().value() != 0) name += "v" + std::to_string(output.vlan().value());
+  if (output.vlan().value() != 0) {
+    name += 'v';
+    name += std::to_string(output.vlan().value());
+  }
   return name;
 }
 
@@ -210,7 +213,7 @@ bool VethPorts::linkUpIs(int ifindex, bool up) {
 bool VethPorts::portOperIs(Netcore::IntfId port, bool up) {
   bool ok = true;
   for (auto const& [pv, link] : outputs_) {
-    if (pv.port() == port) ok = linkUpIs(link.ifindex, up) && ok;
+    if (pv.port() == port) ok = linkUpIs(link.ifindex, up) && (!up || operUpWait(link.ifindex)) && ok;
   }
   return ok;
 }

@@ -36,6 +36,8 @@ class Scenario {
     ReferenceChipCapacity capacity;
     // Virtual time one hardware operation costs.
     Vex::Seconds operationCost = 0;
+    // Backed by the Linux kernel as well ("chip": "kernel"): real packets.
+    bool kernel = false;
   };
 
   struct Vrf {

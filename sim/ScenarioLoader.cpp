@@ -350,7 +350,13 @@ std::uint32_t Loader::chipNumber(Value const& v, std::string const& path) const 
 
 void Loader::chips(Value const& v, std::string const& path) {
   object(v, path);
-  knownFields(v, path, {"count", "routes", "boundaries", "replicationEntries", "operationCost"});
+  knownFields(v, path, {"count", "routes", "boundaries", "replicationEntries", "operationCost", "chip"});
+  if (auto const* c = member(v, "chip")) {
+    char const* const what = "one of \"reference\", \"kernel\"";
+    std::string const kind = string(*c, child(path, "chip"), what);
+    if (kind != "reference" && kind != "kernel") fail(child(path, "chip"), what, c);
+    s_.chips.kernel = kind == "kernel";
+  }
   if (auto const* c = member(v, "count")) {
     s_.chips.count = static_cast<std::uint32_t>(
         integer(*c, child(path, "count"), "a chip count from 1 to " + std::to_string(kMaxChips), 1, kMaxChips));

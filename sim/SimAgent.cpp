@@ -47,8 +47,9 @@ class SimAgent::ChipWatch final : public Fal::MrouteSwitch::Notifiee {
   Counts& counts_;
 };
 
-SimAgent::SimAgent(Scenario const& scenario, Vex::Ptr<ReferenceChip> chip)
+SimAgent::SimAgent(Scenario const& scenario, Vex::Ptr<ReferenceChip> chip, LinkFactory linkFactory)
     : chip_(std::move(chip)),
+      linkFactory_(std::move(linkFactory)),
       verifyData_(Vex::make<Fal::VerifyData>(false)),
       acsd_(Vex::make<Fal::FalCommonSmData>(verifyData_)),
       l3Status_(Vex::make<Fal::L3Status>()),
@@ -104,7 +105,7 @@ void SimAgent::start() {
   if (incarnation_) return;
   ++incarnations_;
   auto inc = std::make_unique<Incarnation>();
-  inc->link = Vex::make<ChipLink>("FalSim::ChipLink", chip_);
+  inc->link = linkFactory_ ? linkFactory_(chip_) : Vex::make<ChipLink>("FalSim::ChipLink", chip_);
   inc->registry = Vex::make<MrouteLib::OifSetRegistry>();
   // The published counters belong to the agent that publishes them: a new
   // one starts an empty table and counts from there.

@@ -22,6 +22,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -69,8 +70,11 @@ class SimAgent {
     std::size_t staleEntriesCleared = 0;  // routes, boundaries and replication entries of the old agent
   };
 
+  // Makes each incarnation's hook object; a plain ChipLink when empty.
+  using LinkFactory = std::function<Vex::Ptr<ChipLink>(Vex::Ptr<ReferenceChip> const&)>;
+
   // Sets the platform entities up from the scenario; start() brings the agent up.
-  SimAgent(Scenario const& scenario, Vex::Ptr<ReferenceChip> chip);
+  SimAgent(Scenario const& scenario, Vex::Ptr<ReferenceChip> chip, LinkFactory linkFactory = {});
   ~SimAgent();
   SimAgent(SimAgent const&) = delete;
   SimAgent& operator=(SimAgent const&) = delete;
@@ -132,6 +136,7 @@ class SimAgent {
   std::size_t clearStaleChipState();
 
   Vex::Ptr<ReferenceChip> chip_;
+  LinkFactory linkFactory_;
   Vex::Ptr<Fal::VerifyData> verifyData_;
   Vex::Ptr<Fal::FalCommonSmData> acsd_;
   Vex::Ptr<Fal::L3Status> l3Status_;

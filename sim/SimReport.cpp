@@ -75,6 +75,14 @@ void SimReport::printHuman(std::ostream& os) const {
   line("Traffic", "packets sent " + to_string(packetsSent) + ", forwarded " + to_string(packetsForwarded) +
                       ", dropped " + to_string(packetsDropped) + ", copies " + to_string(copies) +
                       "; expectations met " + to_string(expectationsMet) + ", failed " + to_string(expectationsFailed));
+  if (kernelChips > 0) {
+    line("Kernel", to_string(kernelChips) + (kernelChips == 1 ? " chip" : " chips") + " on the Linux kernel: real packets sent " +
+                       to_string(realPacketsSent) + " (send errors " + to_string(realSendErrors) + "), copies captured " +
+                       to_string(realCopiesCaptured) + " of " + to_string(realCopiesPredicted) + " predicted; " +
+                       to_string(realPacketsAsPredicted) + " packets as predicted, " +
+                       to_string(realPacketsNotAsPredicted) + " not; allocations the kernel refused " +
+                       to_string(kernelRefusals));
+  }
   line("Restarts", to_string(restarts) + " (route statuses recovered " + to_string(routesRecovered) +
                        ", stale chip entries cleared " + to_string(staleEntriesCleared) +
                        ", stale statuses removed " + to_string(staleStatusesRemoved) + ")");
@@ -187,6 +195,19 @@ void SimReport::printJson(std::ostream& os) const {
   u("expectationsMet", expectationsMet);
   u("expectationsFailed", expectationsFailed);
   w.EndObject();
+  if (kernelChips > 0) {
+    w.Key("kernel");
+    w.StartObject();
+    u("chips", kernelChips);
+    u("packetsSent", realPacketsSent);
+    u("sendErrors", realSendErrors);
+    u("copiesPredicted", realCopiesPredicted);
+    u("copiesCaptured", realCopiesCaptured);
+    u("packetsAsPredicted", realPacketsAsPredicted);
+    u("packetsNotAsPredicted", realPacketsNotAsPredicted);
+    u("kernelRefusals", kernelRefusals);
+    w.EndObject();
+  }
   w.Key("restarts");
   w.StartObject();
   u("count", restarts);

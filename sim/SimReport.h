@@ -86,6 +86,16 @@ class SimReport {
   std::size_t expectationsMet = 0;
   std::size_t expectationsFailed = 0;
 
+  // Real packets through the Linux kernel (chips "kernel" only).
+  std::uint32_t kernelChips = 0;
+  std::uint64_t realPacketsSent = 0;
+  std::uint64_t realSendErrors = 0;
+  std::uint64_t realCopiesPredicted = 0;  // by the reference chip
+  std::uint64_t realCopiesCaptured = 0;
+  std::uint64_t realPacketsAsPredicted = 0;
+  std::uint64_t realPacketsNotAsPredicted = 0;
+  std::uint64_t kernelRefusals = 0;
+
   // Restarts.
   std::size_t restarts = 0;
   std::size_t routesRecovered = 0;

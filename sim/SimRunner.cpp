@@ -5,6 +5,7 @@
 
 #include "absl/container/flat_hash_set.h"
 #include "platform/intf/IntfOperStatus.h"
+#include "sim/KernelChipLink.h"
 
 namespace FalSim {
 
@@ -37,8 +38,10 @@ SimRunner::SimRunner(Scenario scenario, Options options)
       am_(std::make_unique<Vex::VirtualTimeSource>(0.0)) {}
 
 SimRunner::~SimRunner() {
-  // The agent's clocks and reactors go before the loop they are armed on.
+  // The agent's clocks and reactors go before the loop they are armed on,
+  // and its links before the kernel chips they reach.
   agent_.reset();
+  kernel_.reset();
 }
 
 SimReport SimRunner::run() {
@@ -61,7 +64,15 @@ void SimRunner::start() {
                                : Vex::make<ReferenceChip>("FalSim::ReferenceChip", scenario_.chips.count,
                                                           scenario_.chips.capacity);
   chip_->operationCostIs(scenario_.chips.operationCost);
-  agent_ = std::make_unique<SimAgent>(scenario_, chip_);
+  SimAgent::LinkFactory linkFactory;
+  if (scenario_.chips.kernel) {
+    kernel_ = std::make_unique<KernelBacking>(scenario_.chips.count);
+    linkFactory = [this](Vex::Ptr<ReferenceChip> const& chip) -> Vex::Ptr<ChipLink> {
+      kernel_->clearStale();
+      return Vex::make<KernelChipLink>("FalSim::KernelChipLink", chip, *kernel_);
+    };
+  }
+  agent_ = std::make_unique<SimAgent>(scenario_, chip_, std::move(linkFactory));
   agent_->start();
   am_.runUntil(am_.now());
   check("start");
@@ -126,6 +137,7 @@ void SimRunner::apply(Scenario::Event const& e) {
       interfaceDown(e.intf, e.path);
       break;
     case EventKind::interfaceUp:
+      if (kernel_) kernel_->portOperIs(e.intf, true);
       if (auto status = agent_->ethIntfStatusDir().intfStatus(e.intf)) status->operStatusIs(Interface::intfOperUp);
       break;
     case EventKind::traffic:
@@ -163,6 +175,7 @@ void SimRunner::interfaceDown(Netcore::IntfId intf, std::string const& where) {
   auto status = agent_->ethIntfStatusDir().intfStatus(intf);
   if (!status) return;
   Vex::Seconds const failedAt = am_.now();
+  if (kernel_) kernel_->portOperIs(intf, false);
   status->operStatusIs(Interface::intfOperDown);
   // The review pass rewrites the protected sets in slices; converged when none is left.
   while (agent_->frrPending() && am_.runOnce()) {
@@ -215,8 +228,14 @@ void SimRunner::traffic(Scenario::Event const& e) {
     for (std::uint32_t c : chips) {
       bool allForwarded = true;
       ReferenceChip::ForwardResult first;
+      std::ostringstream flow;
+      flow << e.path << ": chip " << c << ": (" << f.source << ", " << f.group << ") on VLAN " << f.vlan;
       for (std::uint32_t p = 0; p < t.packets; ++p) {
         auto result = chip_->forwardWithReason(c, vrfId, f.source, f.group, f.vlan, t.bytes);
+        if (kernel_) {
+          kernel_->send(c, vrfId, f.vlan, f.source, f.group,
+                        result.forwarded() ? result.copies : std::vector<MrouteLib::PortVlan>{}, flow.str());
+        }
         ++report_.packetsSent;
         if (result.forwarded()) {
           ++report_.packetsForwarded;
@@ -227,8 +246,6 @@ void SimRunner::traffic(Scenario::Event const& e) {
         }
         if (p == 0) first = std::move(result);
       }
-      std::ostringstream flow;
-      flow << e.path << ": chip " << c << ": (" << f.source << ", " << f.group << ") on VLAN " << f.vlan;
       std::string const gave = first.forwarded() ? copiesText(first.copies)
                                                  : std::string("dropped (") + dropReasonName(first.dropReason) + ")";
       if (t.expect) {
@@ -248,6 +265,9 @@ void SimRunner::traffic(Scenario::Event const& e) {
         }
       }
     }
+  }
+  if (kernel_) {
+    for (auto& finding : kernel_->check()) report_.expectationFailedIs(std::move(finding));
   }
 }
 
@@ -417,6 +437,17 @@ void SimRunner::fillFigures() {
   }
   r.counterReads = agent_->counterReads();
 
+  if (kernel_) {
+    auto const& k = kernel_->figures();
+    r.kernelChips = kernel_->chips();
+    r.realPacketsSent = k.packetsSent;
+    r.realSendErrors = k.sendErrors;
+    r.realCopiesPredicted = k.copiesPredicted;
+    r.realCopiesCaptured = k.copiesCaptured;
+    r.realPacketsAsPredicted = k.packetsAsPredicted;
+    r.realPacketsNotAsPredicted = k.packetsNotAsPredicted;
+    r.kernelRefusals = k.kernelRefusals;
+  }
   r.longestSlice = am_.longestSlice();
   r.checks = checker_.checks();
 }

@@ -14,6 +14,12 @@
 //
 // run() does it all; start(), step() and finish() let a test look at the
 // chips between events.
+//
+// With "chip": "kernel" the chips are also programmed into the Linux kernel
+// (KernelBacking, through KernelChipLink), every traffic packet is also sent
+// for real, and a packet whose real copies differ from the reference chip's
+// prediction is a failed expectation. start() throws std::system_error when
+// the kernel backing cannot be made (no privilege).
 #include <chrono>
 #include <functional>
 #include <memory>
@@ -22,6 +28,7 @@
 
 #include "platform/vex/ActivityManager.h"
 #include "sim/InvariantChecker.h"
+#include "sim/KernelBacking.h"
 #include "sim/ReferenceChip.h"
 #include "sim/Scenario.h"
 #include "sim/SimAgent.h"
@@ -64,6 +71,7 @@ class SimRunner {
   Vex::ActivityManager& activityManager() { return am_; }
   ReferenceChip& chip() { return *chip_; }
   SimAgent& agent() { return *agent_; }
+  KernelBacking* kernel() { return kernel_.get(); }
   DesiredRoutes const& desired() const { return desired_; }
 
  private:
@@ -86,6 +94,8 @@ class SimRunner {
   Options options_;
   Vex::ActivityManager am_;
   Vex::Ptr<ReferenceChip> chip_;
+  // The kernel behind the chips, for a scenario whose chips are "kernel".
+  std::unique_ptr<KernelBacking> kernel_;
   std::unique_ptr<SimAgent> agent_;
   InvariantChecker checker_;
   DesiredRoutes desired_;

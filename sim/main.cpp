@@ -8,6 +8,7 @@
 #include <iostream>
 #include <string>
 
+#include "kernel/KernelNetns.h"
 #include "platform/vex/Trace.h"
 #include "sim/ScenarioLoader.h"
 #include "sim/SimRunner.h"
@@ -54,6 +55,13 @@ int main(int argc, char** argv) {
   } catch (FalSim::ScenarioError const& e) {
     std::cerr << "mroute-sim: " << e.what() << '\n';
     return kExitBadScenario;
+  }
+
+  if (scenario.chips.kernel) {
+    if (auto why = FalKernel::KernelNetns::unavailable()) {
+      std::cerr << "mroute-sim: " << scenarioPath << ": chips \"kernel\": " << *why << '\n';
+      return kExitBadScenario;
+    }
   }
 
   FalSim::SimRunner::Options options;

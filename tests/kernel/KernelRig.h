@@ -8,7 +8,6 @@
 //
 // Making one needs the privilege to make a network namespace;
 // KernelRig::unavailable() says why not, for GTEST_SKIP.
-#include <unistd.h>
 #include <algorithm>
 #include <initializer_list>
 #include <memory>
@@ -58,7 +57,7 @@ class KernelRig {
   explicit KernelRig(std::uint32_t ethernetPorts = 40) {
     for (auto* handle : {&Vex::traceHandle("FalMroute"), &Vex::traceHandle("FalMrouteKernel")}) {
       saved_.emplace_back(handle, handle->levels());
-      handle->enable(0, getenv("RIG_DUMP") ? 9 : 2);
+      handle->enable(0, 2);
     }
     Vex::traceSinkAdd(capture);
     ipStatus->ipv4RoutingEnabledIs(true);
@@ -82,8 +81,6 @@ class KernelRig {
     programmer->switchChipIs(sw);
   }
   ~KernelRig() {
-    if (getenv("RIG_PAUSE")) sleep(20);
-    if (getenv("RIG_DUMP")) for (auto const& l : capture->lines()) fprintf(stderr, "%s\n", Vex::formatTraceLine(l).c_str());
     am.runUntil(am.now());
     programmer = nullptr;
     sm = nullptr;
