@@ -49,9 +49,14 @@ KernelChip::Entry const* KernelChip::entry(std::uint32_t index) const {
   return it == entries_.end() ? nullptr : &it->second;
 }
 
+KernelChip::Route* KernelChip::slot(RouteHandle handle) {
+  std::uint32_t const h = handle.value();
+  if (h == 0 || h > routes_.size() || !routes_[h - 1].live) return nullptr;
+  return &routes_[h - 1];
+}
+
 KernelChip::Route const* KernelChip::route(RouteHandle handle) const {
-  auto it = routes_.find(handle.value());
-  return it == routes_.end() ? nullptr : &it->second;
+  return const_cast<KernelChip*>(this)->slot(handle);
 }
 
 KernelChip::Route const* KernelChip::route(std::uint16_t vrfId, IpGenRouteKey const& key, VlanIdOrNone vlan) const {
@@ -225,7 +230,7 @@ std::uint32_t KernelChip::writeEntry(std::uint32_t oifSetIndex, OifSetPtr const&
     e.reserved = reserved;
     ++e.rewrites;
     ++stats_.inPlaceRewrites;
-    for (std::uint32_t h : e.routes) programMfc(routes_.at(h), op);
+    for (std::uint32_t h : e.routes) programMfc(*slot(RouteHandle(h)), op);
     releaseVifs(previous);
     KERNEL_TRACE(6, kSource, op << ": rewrote oifSetIndex " << oifSetIndex << " in place for " << e.routes.size()
                                 << " routes: " << pvs.pretty());
@@ -282,7 +287,7 @@ void KernelChip::handleFreeMtableOifSet(std::uint32_t switchId, Vex::Ptr<Fal::Mt
     KERNEL_TRACE(1, kSource, op << ": oifSetIndex " << e.index << " freed while " << e.routes.size()
                                 << " routes use it: they replicate nowhere now");
     for (std::uint32_t h : e.routes) {
-      Route& r = routes_.at(h);
+      Route& r = *slot(RouteHandle(h));
       r.oifSetIndex = 0;
       programMfc(r, op);
     }
@@ -312,8 +317,8 @@ bool KernelChip::representable(IpGenRouteKey const& key) {
 }
 
 RouteHandle KernelChip::allocateRoute(Route r, char const* op) {
-  if (routes_.size() >= capacity_.routes) {
-    KERNEL_TRACE(2, kSource, op << ": " << routes_.size() << " MFC entries, the capacity: route table full");
+  if (routeCount_ >= capacity_.routes) {
+    KERNEL_TRACE(2, kSource, op << ": " << routeCount_ << " MFC entries, the capacity: route table full");
     ++stats_.refusedRoutes;
     return RouteHandle::invalid();
   }
@@ -349,15 +354,18 @@ RouteHandle KernelChip::allocateRoute(Route r, char const* op) {
   }
   std::uint32_t h;
   if (freeHandles_.empty()) {
-    h = nextHandle_++;
+    routes_.emplace_back();
+    h = static_cast<std::uint32_t>(routes_.size());
   } else {
-    h = *freeHandles_.begin();
-    freeHandles_.erase(freeHandles_.begin());
+    h = freeHandles_.back();
+    freeHandles_.pop_back();
   }
   r.handle = RouteHandle(h);
+  r.live = true;
   if (!r.boundary && r.oifSetIndex != 0) entries_.at(r.oifSetIndex).routes.insert(h);
   byKey_.emplace(id, h);
-  routes_.emplace(h, std::move(r));
+  routes_[h - 1] = std::move(r);
+  ++routeCount_;
   ++stats_.routeAllocations;
   return RouteHandle(h);
 }
@@ -397,8 +405,8 @@ void KernelChip::doSetMtableOifSet(std::uint32_t switchId, std::uint16_t vrfId, 
                                    Vex::Ptr<Fal::Route const> const& route, std::uint32_t oifSetIndex) {
   char const* const op = "doSetMtableOifSet";
   if (!mine(switchId, op)) return;
-  auto it = routes_.find(handle.value());
-  if (it == routes_.end() || it->second.boundary) {
+  Route* found = slot(handle);
+  if (!found || found->boundary) {
     KERNEL_TRACE(1, kSource, op << ": handle " << handle << " is not a route of this chip");
     return;
   }
@@ -406,7 +414,10 @@ void KernelChip::doSetMtableOifSet(std::uint32_t switchId, std::uint16_t vrfId, 
     KERNEL_TRACE(1, kSource, op << ": oifSetIndex " << oifSetIndex << " is not programmed");
     return;
   }
-  Route& r = it->second;
+  Route& r = *found;
+  // The library binds a new route to the entry it was just programmed with:
+  // the kernel already holds it so.
+  if (r.oifSetIndex == oifSetIndex) return;
   if (r.oifSetIndex != 0) {
     if (auto e = entries_.find(r.oifSetIndex); e != entries_.end()) e->second.routes.erase(handle.value());
   }
@@ -417,13 +428,13 @@ void KernelChip::doSetMtableOifSet(std::uint32_t switchId, std::uint16_t vrfId, 
 }
 
 void KernelChip::deleteRoute(RouteHandle handle, bool boundary, char const* op) {
-  auto it = routes_.find(handle.value());
-  if (it == routes_.end() || it->second.boundary != boundary) {
+  Route* found = slot(handle);
+  if (!found || found->boundary != boundary) {
     KERNEL_TRACE(1, kSource, op << ": handle " << handle << " is not a " << (boundary ? "boundary" : "route")
                                 << " of this chip");
     return;
   }
-  Route& r = it->second;
+  Route& r = *found;
   if (!counters_.empty()) creditCounters(r);
   if (Table* t = table(r.vrfId, r.key.af(), op)) {
     if (int const err = t->socket->delMfc(r.key.source().address(), r.key.group().address())) {
@@ -435,8 +446,9 @@ void KernelChip::deleteRoute(RouteHandle handle, bool boundary, char const* op) 
   }
   releaseVifs(VifSet().set(static_cast<std::size_t>(r.inputVif)));
   byKey_.erase(RouteId{r.vrfId, r.key});
-  routes_.erase(it);
-  freeHandles_.insert(handle.value());
+  r = Route{};
+  --routeCount_;
+  freeHandles_.push_back(handle.value());
   ++stats_.routeDeletes;
 }
 
@@ -451,7 +463,7 @@ void KernelChip::doDeleteMrouteBoundary(std::uint32_t switchId, std::uint16_t vr
 }
 
 bool KernelChip::mrouteFull(std::uint32_t switchId) {
-  return mine(switchId, "mrouteFull") && routes_.size() >= capacity_.routes;
+  return mine(switchId, "mrouteFull") && routeCount_ >= capacity_.routes;
 }
 
 // Boundaries are MFC entries too: one table for both.

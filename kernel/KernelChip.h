@@ -94,6 +94,7 @@ class KernelChip : public FalHelper::MrouteSmHelper {
   };
 
   struct Route {
+    bool live = false;  // the slot holds a programmed route
     RouteHandle handle;
     std::uint16_t vrfId = 0;
     IpGenRouteKey key;
@@ -130,7 +131,8 @@ class KernelChip : public FalHelper::MrouteSmHelper {
   Entry const* entry(std::uint32_t index) const;
   absl::btree_map<std::uint32_t, Entry> const& entries() const { return entries_; }
   Route const* route(RouteHandle handle) const;
-  absl::flat_hash_map<std::uint32_t, Route> const& routes() const { return routes_; }
+  // Routes and boundaries programmed.
+  std::size_t routeCount() const { return routeCount_; }
   // The route or boundary of exactly this VRF, key and accepting VLAN.
   Route const* route(std::uint16_t vrfId, IpGenRouteKey const& key, Bridging::VlanIdOrNone vlan) const;
   // The VIF number of the device ifindex, or -1.
@@ -205,6 +207,13 @@ class KernelChip : public FalHelper::MrouteSmHelper {
   using RouteId = std::pair<std::uint16_t, IpGenRouteKey>;  // an MFC entry: VRF and key
 
   bool mine(std::uint32_t switchId, char const* op) const;
+  Route* slot(RouteHandle handle);
+  template <typename F>
+  void forEachRoute(F const& f) {
+    for (Route& r : routes_) {
+      if (r.live) f(r);
+    }
+  }
   // Traces a kernel error and remembers it; returns err.
   int kernelError(char const* op, int err, std::string const& what);
   std::uint32_t writeEntry(std::uint32_t oifSetIndex, OifSetPtr const& oifSet, char const* op);
@@ -233,10 +242,11 @@ class KernelChip : public FalHelper::MrouteSmHelper {
   absl::btree_map<std::uint32_t, Entry> entries_;
   absl::btree_set<std::uint32_t> freeIndexes_;
   std::uint32_t nextIndex_ = 1;
-  absl::flat_hash_map<std::uint32_t, Route> routes_;
+  // Slot handle - 1; handles are reused last-freed first, so the slots stay dense.
+  std::vector<Route> routes_;
+  std::size_t routeCount_ = 0;
   absl::flat_hash_map<RouteId, std::uint32_t> byKey_;
-  absl::btree_set<std::uint32_t> freeHandles_;
-  std::uint32_t nextHandle_ = 1;
+  std::vector<std::uint32_t> freeHandles_;
   absl::flat_hash_map<IpGenRouteKey, Counter> counters_;
   Routing::Multicast::Fib::CounterMode counterMode_ = Routing::Multicast::Fib::CounterMode::packets;
   Statistics stats_;

@@ -35,15 +35,15 @@ std::optional<MrouteSocket::Counts> KernelChip::kernelCounts(RouteHandle handle)
 
 bool KernelChip::mrouteHitBitCacheRefresh(std::uint32_t switchId) {
   if (!mine(switchId, "mrouteHitBitCacheRefresh")) return false;
-  for (auto& [h, r] : routes_) {
-    if (auto counts = kernelCounts(RouteHandle(h))) r.hitSeen = *counts;
-  }
+  forEachRoute([&](Route& r) {
+    if (auto counts = kernelCounts(r.handle)) r.hitSeen = *counts;
+  });
   return true;
 }
 
 void KernelChip::mrouteHitBitCacheClear(std::uint32_t switchId) {
   if (!mine(switchId, "mrouteHitBitCacheClear")) return;
-  for (auto& [h, r] : routes_) r.hitCleared = r.hitSeen;
+  forEachRoute([](Route& r) { r.hitCleared = r.hitSeen; });
 }
 
 bool KernelChip::mrouteHitBit(std::uint32_t switchId, std::uint16_t vrfId, IpGenRouteKey const& key, VlanIdOrNone vlan,
@@ -51,7 +51,7 @@ bool KernelChip::mrouteHitBit(std::uint32_t switchId, std::uint16_t vrfId, IpGen
   if (!mine(switchId, "mrouteHitBit")) return false;
   auto it = byKey_.find(RouteId{vrfId, key});
   if (it == byKey_.end()) return false;
-  Route const& r = routes_.at(it->second);
+  Route const& r = *slot(RouteHandle(it->second));
   // A fast-drop entry is asked for by the VLAN it drops on: any packet that
   // came in on a wrong interface.
   if (fastdrop) return r.hitSeen.wrongIf > r.hitCleared.wrongIf;
@@ -82,7 +82,7 @@ void KernelChip::creditCounters(Route& r) {
 
 bool KernelChip::doCreateMrouteCounter(std::uint16_t vrfId, IpGenRouteKey const& key) {
   // Traffic before the counter existed is not its own.
-  for (auto& [h, r] : routes_) creditCounters(r);
+  forEachRoute([this](Route& r) { creditCounters(r); });
   counters_[key] = Counter{vrfId, 0};
   return true;
 }
@@ -94,7 +94,7 @@ void KernelChip::ageOutHwMcastCounter(IpGenRouteKey const& key) { counters_.eras
 bool KernelChip::doClearMrouteCounter(IpGenRouteKey const& key) {
   auto it = counters_.find(key);
   if (it == counters_.end()) return false;
-  for (auto& [h, r] : routes_) creditCounters(r);
+  forEachRoute([this](Route& r) { creditCounters(r); });
   counters_.at(key).pending = 0;
   return true;
 }
@@ -104,11 +104,11 @@ std::int64_t KernelChip::doReadMrouteCounter(IpGenRouteKey const& key) {
   if (it == counters_.end()) return 0;
   std::uint16_t const vrfId = it->second.vrfId;
   if (key.isWildcard()) {
-    for (auto& [h, r] : routes_) {
+    forEachRoute([&](Route& r) {
       if (r.vrfId == vrfId && r.key.af() == key.af()) creditCounters(r);
-    }
+    });
   } else if (auto h = byKey_.find(RouteId{vrfId, key}); h != byKey_.end()) {
-    creditCounters(routes_.at(h->second));
+    creditCounters(*slot(RouteHandle(h->second)));
   }
   Counter& c = counters_.at(key);
   std::int64_t const n = c.pending;

@@ -75,7 +75,7 @@ TEST_F(KernelChipTest, RoutesTheKernelsCacheCannotHoldAreRefused) {
   EXPECT_EQ(rig_->failure("default", prefix), RouteProgrammer::kFailureOther);
   EXPECT_EQ(rig_->failure("default", fine), RouteProgrammer::kFailureNone);
   EXPECT_EQ(rig_->chip->statistics().refusedRoutes, 2u);
-  EXPECT_EQ(rig_->chip->routes().size(), 1u);
+  EXPECT_EQ(rig_->chip->routeCount(), 1u);
   EXPECT_FALSE(inKernel("192.0.2.1", "239.3.0.1"));
 }
 
