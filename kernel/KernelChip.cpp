@@ -462,6 +462,10 @@ void KernelChip::doDeleteMrouteBoundary(std::uint32_t switchId, std::uint16_t vr
   if (mine(switchId, "doDeleteMrouteBoundary")) deleteRoute(handle, true, "doDeleteMrouteBoundary");
 }
 
+void KernelChip::doCommitMrouteBatch() {
+  for (auto& [id, t] : tables_) t.socket->drain();
+}
+
 bool KernelChip::mrouteFull(std::uint32_t switchId) {
   return mine(switchId, "mrouteFull") && routeCount_ >= capacity_.routes;
 }

@@ -177,6 +177,9 @@ class KernelChip : public FalHelper::MrouteSmHelper {
                       Vex::Ptr<Fal::Route const> const& route) override;
   void doDeleteMrouteBoundary(std::uint32_t switchId, std::uint16_t vrfId, RouteHandle handle,
                               Vex::Ptr<Fal::Boundary const> const& boundary) override;
+  // Discards what the kernel reported on the multicast routing sockets
+  // (packets of groups no route covers), so their queues never fill.
+  void doCommitMrouteBatch() override;
   bool mrouteFull(std::uint32_t switchId) override;
   bool mrouteBoundaryFull(std::uint32_t switchId) override;
   bool mtableFull(std::uint32_t switchId) override;

@@ -67,8 +67,9 @@ class MrouteSocket {
   int addMfc(Netcore::IpGenAddr const& source, Netcore::IpGenAddr const& group, int parent, VifSet outputs);
   int delMfc(Netcore::IpGenAddr const& source, Netcore::IpGenAddr const& group);
   int counts(Netcore::IpGenAddr const& source, Netcore::IpGenAddr const& group, Counts& out) const;
-  // Discards the kernel's pending messages (cache misses reported to the
-  // routing daemon, which this table has none of); returns how many.
+  // Discards the kernel's pending messages: packets no entry covers are
+  // reported to the socket's owner, as to a routing daemon; a full queue
+  // makes the kernel log "pending queue full". Returns how many.
   std::size_t drain();
 
  private:

@@ -103,6 +103,8 @@ std::vector<std::string> KernelBacking::check() {
                        outputsText(s.predicted));
   }
   pending_.clear();
+  // Packets no route covered were reported to the chips' sockets.
+  for (auto& k : chips_) k->chip->doCommitMrouteBatch();
   return findings;
 }
 

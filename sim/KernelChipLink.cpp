@@ -157,6 +157,12 @@ void KernelChipLink::doDeleteMrouteBoundary(std::uint32_t switchId, std::uint16_
   deleteRoute(switchId, vrfId, handle, true);
 }
 
+void KernelChipLink::doCommitMrouteBatch() {
+  ChipLink::doCommitMrouteBatch();
+  if (!connected()) return;
+  for (std::uint32_t c = 0; c < backing_.chips(); ++c) backing_.chip(c)->chip->doCommitMrouteBatch();
+}
+
 bool KernelChipLink::mrouteFull(std::uint32_t switchId) {
   auto* k = kernel(switchId);
   return ChipLink::mrouteFull(switchId) || (k && k->chip->mrouteFull(switchId));

@@ -39,6 +39,7 @@ class KernelChipLink final : public ChipLink {
                       Vex::Ptr<Fal::Route const> const& route) override;
   void doDeleteMrouteBoundary(std::uint32_t switchId, std::uint16_t vrfId, MrouteLib::RouteHandle handle,
                               Vex::Ptr<Fal::Boundary const> const& boundary) override;
+  void doCommitMrouteBatch() override;
   bool mrouteFull(std::uint32_t switchId) override;
   bool mrouteBoundaryFull(std::uint32_t switchId) override;
   bool mtableFull(std::uint32_t switchId) override;

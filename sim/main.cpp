@@ -7,6 +7,7 @@
 
 #include <iostream>
 #include <string>
+#include <system_error>
 
 #include "kernel/KernelNetns.h"
 #include "platform/vex/Trace.h"
@@ -67,7 +68,14 @@ int main(int argc, char** argv) {
   FalSim::SimRunner::Options options;
   if (!quiet) options.progress = [](std::string const& line) { std::cerr << line << std::endl; };
   FalSim::SimRunner runner(std::move(scenario), std::move(options));
-  FalSim::SimReport const report = runner.run();
+  FalSim::SimReport report;
+  try {
+    report = runner.run();
+  } catch (std::system_error const& e) {
+    // Only the kernel backing meets the host: its namespace or devices could not be made.
+    std::cerr << "mroute-sim: " << scenarioPath << ": the kernel chips could not be set up: " << e.what() << '\n';
+    return kExitBadScenario;
+  }
   if (json) {
     report.printJson(std::cout);
   } else if (quiet) {
