@@ -84,8 +84,7 @@ Seconds ActivityManager::nextTime() const {
 }
 
 void ActivityManager::deferredIs(NotifieeBase* n, std::string key, std::function<void()> fire) {
-  if (deferredIndex_.count(key)) return;  // coalesced with the delivery already queued
-  deferredIndex_.emplace(key, deferred_.size());
+  if (!deferredKeys_.insert(key).second) return;  // coalesced with the delivery already queued
   deferred_.push_back({n, std::move(key), std::move(fire)});
   ++n->pendingDeferred_;
 }
@@ -96,7 +95,7 @@ void ActivityManager::deferredCancel(NotifieeBase* n) {
     if (d.notifiee == n) {
       // Frees the key too: a reactor built later at the same address must not
       // coalesce with this dead entry.
-      deferredIndex_.erase(d.key);
+      deferredKeys_.erase(d.key);
       d.notifiee = nullptr;
       d.fire = nullptr;
     }
@@ -106,13 +105,16 @@ void ActivityManager::deferredCancel(NotifieeBase* n) {
 // Entries stay in deferred_ until they run, so a reactor destroyed by an
 // earlier handler of the same batch is still found and cancelled by
 // deferredCancel. A delivery queued while its key is still waiting coalesces
-// with it; once an entry has started, a new change queues a new delivery.
+// with it; once an entry has started, a new change queues a new delivery,
+// which waits for the next batch: one pass runs only what was queued when it
+// began, so a reactor that keeps re-queueing itself cannot hold the loop.
 bool ActivityManager::runDeferred() {
   bool ran = false;
-  while (deferredHead_ < deferred_.size()) {
+  std::size_t const end = deferred_.size();
+  while (deferredHead_ < end) {
     Deferred d = std::move(deferred_[deferredHead_++]);
     if (!d.notifiee) continue;  // cancelled; its key went with it
-    deferredIndex_.erase(d.key);
+    deferredKeys_.erase(d.key);
     --d.notifiee->pendingDeferred_;
     if (!d.notifiee->notificationActive()) continue;
     Seconds start = now();
@@ -120,7 +122,7 @@ bool ActivityManager::runDeferred() {
     longestSlice_ = std::max(longestSlice_, now() - start);
     ran = true;
   }
-  deferred_.clear();
+  deferred_.erase(deferred_.begin(), deferred_.begin() + static_cast<std::ptrdiff_t>(deferredHead_));
   deferredHead_ = 0;
   return ran;
 }
@@ -156,7 +158,7 @@ void ActivityManager::waitUntil(Seconds t) {
 
 void ActivityManager::runUntil(Seconds t) {
   stopped_ = false;
-  while (!stopped_) {
+  while (!stopped_ && now() <= t) {
     if (runOnce()) continue;
     Seconds next = nextTime();
     if (next > t) {

@@ -6,15 +6,30 @@
 // that need the time or a clock ask it. Its time source is given at
 // construction: virtual for tests and simulation, monotonic for real runs.
 //
-// One turn (runOnce) fires every clock due at the current time, in order of
-// (timeMin, arming order), then delivers deferred notifications. A clock armed
-// during a turn fires at the earliest in the next turn.
+// What the loop guarantees:
+// - One turn (runOnce) first delivers the deferred notifications queued
+//   before it, then fires each clock that was due when the turn began, once,
+//   in order of (timeMin, arming order), delivering after each clock the
+//   notifications it queued. A clock armed during a turn, even for the
+//   current time, fires at the earliest in the next turn; so does a deferred
+//   notification queued by a deferred handler.
+// - Hence a handler that is always due (it re-arms its clock for now, or its
+//   work outlasts its own interval, or its deferred reactor keeps changing
+//   what it watches) runs once per turn and cannot keep any other clock or
+//   delivery that is due from running in the same turn.
+// - Virtual time moves only when the loop is idle (it jumps to the next due
+//   clock) or when a handler charges time (advanceBy). A handler that re-arms
+//   itself for the current time without charging any keeps the loop at that
+//   instant, turn after turn: it must charge time or arm for later.
+// - runUntil(t) never starts a turn once the current time is past t, whatever
+//   is due then: a run whose handlers charge time stops at its target, and
+//   what was due stays due for the next run.
 #include <functional>
 #include <memory>
 #include <set>
 #include <string>
 #include <tuple>
-#include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "platform/vex/Clock.h"
@@ -40,7 +55,10 @@ class ActivityManager {
 
   // One turn; returns whether anything ran.
   bool runOnce();
-  // Runs until time t has been reached and nothing more is due at t.
+  // Runs turns while the current time is not past t and something is due at
+  // or before it; when nothing is, moves time to the next due clock, or to t.
+  // Returns at t once nothing more is due at t, or as soon as handlers have
+  // charged the time past t (due work then waits for the next run).
   void runUntil(Seconds t);
   void runFor(Seconds dt) { runUntil(now() + dt); }
   // Runs until stop() or until nothing is left to do.
@@ -77,7 +95,8 @@ class ActivityManager {
   // Queued deliveries; those before deferredHead_ have run or are running.
   std::vector<Deferred> deferred_;
   std::size_t deferredHead_ = 0;
-  std::unordered_map<std::string, std::size_t> deferredIndex_;
+  // Keys of the deliveries waiting, for coalescing.
+  std::unordered_set<std::string> deferredKeys_;
   std::vector<Clock*> clocks_;
   Seconds longestSlice_ = 0;
   bool stopped_ = false;

@@ -1,4 +1,6 @@
+#include <algorithm>
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -6,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/vex/ActivityManager.h"
+#include "tests/vex/TestEntity.h"
 
 namespace {
 
@@ -115,6 +118,82 @@ TEST_F(ClockTest, TimeChargedInsideAHandlerDelaysLaterClocks) {
   EXPECT_EQ(am_.now(), 102.0);
 }
 
+
+// What the loop promises when handlers keep work due: see ActivityManager.h.
+class EventLoopTest : public ClockTest {
+ protected:
+  // A clock whose handler costs `cost` of virtual time and re-arms it `after`
+  // seconds later, up to `limit` times: always due when cost >= after.
+  ClockRecorder& busy(std::string name, Vex::Seconds cost, Vex::Seconds after, std::size_t limit = 1000) {
+    auto& r = recorder(name, am_.now());
+    auto* counter = &firings_[name];
+    r.hook = [this, &r, counter, cost, after, limit] {
+      am_.advanceBy(cost);
+      if (++*counter < limit) r.clock()->timeMinIs(am_.now() + after);
+    };
+    return r;
+  }
+  std::size_t count(std::string const& name) const {
+    return static_cast<std::size_t>(std::count_if(fired_.begin(), fired_.end(), [&](auto const& f) { return f.first == name; }));
+  }
+  Vex::Seconds firstAt(std::string const& name) const {
+    for (auto const& [n, t] : fired_) {
+      if (n == name) return t;
+    }
+    return Vex::kNever;
+  }
+  std::map<std::string, std::size_t> firings_;
+};
+
+TEST_F(EventLoopTest, RunUntilStopsAtItsTargetWhileCostlyHandlersKeepClocksDue) {
+  // Four chips' slices of 0.05 s, each asking to continue 0.01 s later: some
+  // clock is due at every turn.
+  for (auto const* chip : {"chip0", "chip1", "chip2", "chip3"}) busy(chip, 0.05, 0.01);
+  recorder("event", 103.0);
+  am_.runUntil(102.0);
+  EXPECT_GT(am_.now(), 102.0);
+  EXPECT_LE(am_.now(), 102.0 + 4 * 0.05);
+  EXPECT_EQ(count("event"), 0u);
+  // Due work was left for the next run, which takes it up where this one stopped.
+  std::size_t const before = fired_.size();
+  am_.runUntil(104.0);
+  EXPECT_GT(fired_.size(), before);
+  EXPECT_GE(firstAt("event"), 103.0);
+  // At worst the turn began just before 103 and the next one ran the chips due before it first.
+  EXPECT_LE(firstAt("event"), 103.0 + 2 * 4 * 0.05);
+  EXPECT_LE(am_.now(), 104.0 + 4 * 0.05);
+}
+
+TEST_F(EventLoopTest, ClockAlwaysDueForNowRunsOncePerTurnAndLetsOthersRun) {
+  busy("spin", 0.01, 0.0);
+  recorder("other", 100.5);
+  am_.runUntil(101.0);
+  // Every turn of 0.01 s ran the spinning clock once, and the other one ran
+  // in the first turn that began once it was due.
+  EXPECT_EQ(count("other"), 1u);
+  EXPECT_GE(firstAt("other"), 100.5);
+  EXPECT_LE(firstAt("other"), 100.5 + 0.01 + 1e-9);
+  EXPECT_NEAR(static_cast<double>(count("spin")), 100.0, 1.0);
+}
+
+TEST_F(EventLoopTest, DeferredReactorThatKeepsRequeueingItselfLetsDueClocksRun) {
+  auto gauge = Vex::make<VexTest::Gauge>();
+  VexTest::Log log;
+  VexTest::GaugeRecorder echo("echo", &log, gauge);
+  echo.deferredIs(true);
+  echo.onValueHook = [&] {
+    if (log.size() < 1000) gauge->valueIs(gauge->value() + 1);
+  };
+  recorder("due", am_.now());
+  gauge->valueIs(1);
+  EXPECT_TRUE(am_.runOnce());
+  EXPECT_EQ(count("due"), 1u);
+  // One delivery before the clock, the one it queued after it; the rest wait.
+  EXPECT_EQ(log.size(), 2u);
+  EXPECT_EQ(am_.deferredPending(), 1u);
+  EXPECT_TRUE(am_.runOnce());
+  EXPECT_EQ(log.size(), 3u);
+}
 }  // namespace
 
 namespace {
