@@ -266,6 +266,13 @@ void MrouteSwitch::doAllocateMtableOifSet(Vex::Ptr<MrouteLib::OifSet const> oifS
       FAL_SYNC_TRACE(2, "Resurrecting zombie oifSetIndex: 0x " << Hex{set->oifSetIndex()});
       zombieOifSetDel(set->zombie());
       set->zombieIs(ZombieKey());
+      // A failure of its interface while it was a zombie took it off the
+      // watch; a route that comes back must not lose its protection.
+      if (!pvs.intfId().isEmpty() && !frrMtableOifSet_.contains(oifSet.get())) {
+        FAL_SYNC_TRACE(2, " Adding Frr oifSetIndex: " << set->oifSetIndex());
+        frrMtableOifSet_.set(oifSet.get(), found);
+        notify(&Notifiee::onFrrOifSetResurrected, oifSet.get());
+      }
     }
     FAL_SYNC_TRACE(2, "Sharing existing oifSetIndex: " << set->oifSetIndex());
     oifSetResultIs(std::move(set));

@@ -40,14 +40,19 @@ class MrouteSwitch : public MrouteLib::SwitchChip {
    public:
     // The zombie collection changed under key.
     virtual void onZombieOifSet(ZombieKey const& key) {}
+    // A resurrected zombie with fast-reroute outputs entered frrMtableOifSet
+    // again under oifSet.
+    virtual void onFrrOifSetResurrected(MrouteLib::OifSet const* oifSet) {}
   };
 
   using HwStatus = Routing::Multicast::Fib::Hardware::Status;
   using IpGenRouteKey = Routing::Multicast::Fib::IpGenRouteKey;
   // Keyed by the identity of the platform OIF set.
   using OifSetMap = absl::flat_hash_map<MrouteLib::OifSet const*, MtableOifSetPtr>;
-  // Ordered so that a review pass can resume at a saved position.
-  using FrrOifSetColl = Vex::OrderedColl<MrouteLib::OifSet const*, MtableOifSetPtr>;
+  // Ordered so that a review pass can resume at a saved position; in the
+  // order the platform sets were made, so that passes visit sets alike in
+  // every run.
+  using FrrOifSetColl = Vex::OrderedColl<MrouteLib::OifSet const*, MtableOifSetPtr, MrouteLib::OifSet::BySerial>;
 
   static constexpr Vex::Seconds kDefaultZombieLifetime = 4.0;
 

@@ -3,6 +3,8 @@
 // MrouteSwitchSmAging.cpp.
 #include "sync/MrouteSwitchSm.h"
 
+#include <utility>
+
 #include "platform/mroutelib/OifSetRegistry.h"
 #include "platform/vex/ActivityManager.h"
 #include "platform/vex/Assert.h"
@@ -57,6 +59,7 @@ class MrouteSwitchSm::VexMrouteSwitch : public MrouteSwitch::Notifiee {
  public:
   VexMrouteSwitch(Vex::Ptr<MrouteSwitch const> const& sw, MrouteSwitchSm* sm) : sm_(sm) { notifierIs(sw); }
   void onZombieOifSet(ZombieKey const&) override { sm_->handleZombie(); }
+  void onFrrOifSetResurrected(MrouteLib::OifSet const* oifSet) override { sm_->handleFrrOifSetResurrected(oifSet); }
 
  private:
   MrouteSwitchSm* sm_;
@@ -411,31 +414,57 @@ void MrouteSwitchSm::updateFrrMtableOif(Netcore::IntfId const& intf) {
   for (auto it = frr.iterator(); !it.done();) {
     MrouteLib::OifSet const* const oifSet = it.key();
     ++it;  // before the member may leave the collection
-    // The platform set outlives this pass: its programmed set holds it, and the
-    // FRR collections hold that one without a reference.
-    MrouteLib::PortVlanSet const& pvs = oifSet->portVlanSet();
-    Netcore::IntfId const currentIif = pvs.currentIif();
-    if (currentIif != intf) {
-      FAL_SYNC_TRACE(8, "void Fal::MrouteSwitchSm::updateFrrMtableOif(Netcore::IntfId)"
-                            << " skip frrMtableOif " << pvs);
-      RING_TRACE("MrouteSwitchSm::" "updateFrrMtableOif", " skip Frr, currentIif " << currentIif);
-      continue;
-    }
-    if (currentIif.isEmpty() || pvs.portVlanFrrSize() == 0) {
-      RING_TRACE("MrouteSwitchSm::" "updateFrrMtableOif", " No need for inplace update "
-                                                              << ", invalid currentIif: " << currentIif
-                                                              << ", or portVlanFrrs: " << pvs.portVlanFrrSize());
-      continue;
-    }
-    MtableOifSetPtr const inUse = mrouteSwitch_->inUseOifSet(oifSet);
-    mrouteSwitch_->frrMtableOifSetDel(oifSet);
-    if (inUse && !inUse->isZombie()) {
-      // Routes with these outputs must not share the set while its entry is rewritten.
-      inUse->dirtyIs(true);
-      mrouteSwitch_->frrProcessingOifSetIs(oifSet, inUse);
-    }
+    updateFrrMtableOif(intf, oifSet);
   }
   handleClock();
+}
+
+void MrouteSwitchSm::updateFrrMtableOif(Netcore::IntfId const& intf, MrouteLib::OifSet const* oifSet) {
+  // The platform set outlives this call: its programmed set holds it, and the
+  // FRR collections hold that one without a reference.
+  MrouteLib::PortVlanSet const& pvs = oifSet->portVlanSet();
+  Netcore::IntfId const currentIif = pvs.currentIif();
+  if (currentIif != intf) {
+    FAL_SYNC_TRACE(8, "void Fal::MrouteSwitchSm::updateFrrMtableOif(Netcore::IntfId)"
+                          << " skip frrMtableOif " << pvs);
+    RING_TRACE("MrouteSwitchSm::" "updateFrrMtableOif", " skip Frr, currentIif " << currentIif);
+    return;
+  }
+  if (currentIif.isEmpty() || pvs.portVlanFrrSize() == 0) {
+    RING_TRACE("MrouteSwitchSm::" "updateFrrMtableOif", " No need for inplace update "
+                                                            << ", invalid currentIif: " << currentIif
+                                                            << ", or portVlanFrrs: " << pvs.portVlanFrrSize());
+    return;
+  }
+  MtableOifSetPtr const inUse = mrouteSwitch_->inUseOifSet(oifSet);
+  mrouteSwitch_->frrMtableOifSetDel(oifSet);
+  if (inUse && !inUse->isZombie()) {
+    // Routes with these outputs must not share the set while its entry is rewritten.
+    inUse->dirtyIs(true);
+    mrouteSwitch_->frrProcessingOifSetIs(oifSet, inUse);
+  }
+}
+
+// A set that was a zombie when its interface failed missed that failure. It
+// is watched again from its resurrection on; if the interface is down now, it
+// is queued at once, and the next turn's pass rewrites it.
+void MrouteSwitchSm::handleFrrOifSetResurrected(MrouteLib::OifSet const* oifSet) {
+  if (!initialized_ || !mrouteSwitch_->frrMtableOifSet().contains(oifSet)) return;
+  Netcore::IntfId const currentIif = oifSet->portVlanSet().currentIif();
+  auto const status = ethIntfStatusDir_ && !currentIif.isEmpty() ? ethIntfStatusDir_->intfStatus(currentIif) : nullptr;
+  if (!status || !isFrrTrigger(status->operStatus())) return;
+  updateFrrMtableOif(currentIif, oifSet);
+  if (mrouteSwitch_->frrProcessingOifSet().contains(oifSet)) reviewClockIsNow();
+}
+
+void MrouteSwitchSm::reviewClockIsNow() {
+  if (!clock_) {
+    // Binding a clock runs a pass at once; this one is for the next turn.
+    bool const running = std::exchange(clockReviewRunning_, true);
+    clockIs(Vex::ActivityManager::current()->clockNew());
+    clockReviewRunning_ = running;
+  }
+  clock_->timeMinIs(now());
 }
 
 void MrouteSwitchSm::handleClock() {
@@ -459,9 +488,8 @@ void MrouteSwitchSm::handleClock() {
     MrouteLib::OifSet const* const key = it.key();
     MtableOifSetPtr const falMtableOifSet = it.value();
     if (now() >= deadline) {
-      if (!clock_) clockIs(Vex::ActivityManager::current()->clockNew());
       resumePoint = Vex::Ptr<MrouteLib::OifSet const>(key);
-      clock_->timeMinIs(now());
+      reviewClockIsNow();
       return;
     }
     ++it;  // before the entry leaves the collection
@@ -493,6 +521,9 @@ void MrouteSwitchSm::handleClock() {
     }
   }
   resumePoint = nullptr;
+  // A pass that began at another chip's position skipped the sets before it;
+  // they wait for this chip's next pass.
+  if (!processing.empty()) reviewClockIsNow();
 }
 
 // ---- zombies ----------------------------------------------------------------

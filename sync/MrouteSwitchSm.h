@@ -93,6 +93,9 @@ class MrouteSwitchSm : public Vex::Entity {
   void handleZombie();
   void handleZombieClock();
   void updateFrrMtableOif(Netcore::IntfId const& intf);
+  // A resurrected zombie watched for fast reroute again; queued at once when
+  // its interface is down.
+  void handleFrrOifSetResurrected(MrouteLib::OifSet const* oifSet);
 
   // ---- route aging review ----
   static constexpr Vex::Seconds kAgingReviewInterval = 0.01;
@@ -132,6 +135,10 @@ class MrouteSwitchSm : public Vex::Entity {
   class VexVex_L3MulticastRequestIn;
 
   Vex::Seconds now() const;
+  // Queues one watched set for its rewrite when it arrives on intf.
+  void updateFrrMtableOif(Netcore::IntfId const& intf, MrouteLib::OifSet const* oifSet);
+  // Runs a review pass at the next turn of the loop, making the clock if needed.
+  void reviewClockIsNow();
   void requestVerify();
   void verifyDataIs(Vex::Ptr<VerifyData const> const& v);
   void pollingIntervalIs(VrfConfig const* config, HwStatus* status);
@@ -161,8 +168,8 @@ class MrouteSwitchSm : public Vex::Entity {
   bool initialized_ = false;
   bool notificationActive_ = true;
   bool cleanupInProgress_ = false;
-  // Set while a fast-reroute review pass runs, so that binding the review
-  // clock it makes does not start a second pass inside the first.
+  // Set while a fast-reroute review pass runs, and while the review clock is
+  // made for a later pass, so that binding it does not start a pass at once.
   bool clockReviewRunning_ = false;
 
   Vex::Seconds agingReviewInterval_ = kAgingReviewInterval;

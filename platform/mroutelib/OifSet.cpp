@@ -6,8 +6,13 @@
 
 namespace MrouteLib {
 
+namespace {
+// Single-threaded, like everything on the event loop.
+std::uint64_t nextSerial = 1;
+}  // namespace
+
 OifSet::OifSet(OifSetRegistry* owner, PortVlanSet portVlanSet)
-    : hash_(portVlanSet.saveHash()), owner_(owner), portVlanSet_(std::move(portVlanSet)) {}
+    : hash_(portVlanSet.saveHash()), owner_(owner), serial_(nextSerial++), portVlanSet_(std::move(portVlanSet)) {}
 
 OifSet::~OifSet() { leaveOwner(); }
 

@@ -39,6 +39,15 @@ class OifSet final : public Vex::Entity {
 
   std::string pretty() const { return portVlanSet_.pretty(); }
 
+  // Unique in the process and rising in the order sets are made, whatever
+  // their registry: a defined order for collections keyed by set (the same
+  // run makes its sets in the same order, where addresses differ).
+  std::uint64_t serial() const { return serial_; }
+  // Orders sets by serial.
+  struct BySerial {
+    bool operator()(OifSet const* a, OifSet const* b) const { return a->serial_ < b->serial_; }
+  };
+
  private:
   friend class OifSetRegistry;
   OifSet(OifSetRegistry* owner, PortVlanSet portVlanSet);
@@ -53,6 +62,7 @@ class OifSet final : public Vex::Entity {
   std::size_t hash_;
   mutable OifSetRegistry* owner_;
   mutable std::uint32_t mcastIdHint_ = kInvalidMcastId;
+  std::uint64_t serial_;
   PortVlanSet portVlanSet_;
 };
 

@@ -33,8 +33,8 @@ class FrrTest : public ::testing::Test {
   static std::string rewrite(std::uint32_t index) { return "doAllocateMtableOifSet(1, " + std::to_string(index) + ")"; }
 
   // n sets arriving on Ethernet5 whose Ethernet2 output is backed up by
-  // Ethernet3, each programmed by one route; in the order the review pass
-  // visits them.
+  // Ethernet3, each programmed by one route; made in this order, which is
+  // the order the review pass visits them.
   std::vector<std::pair<MrouteLib::OifSetPtr, MrouteLib::RouteHandle>> programQueue(std::uint32_t n) {
     std::vector<std::pair<MrouteLib::OifSetPtr, MrouteLib::RouteHandle>> out;
     for (std::uint32_t i = 0; i < n; ++i) {
@@ -43,7 +43,6 @@ class FrrTest : public ::testing::Test {
       std::string const group = "239.1.1." + std::to_string(1 + i);
       out.emplace_back(o, rig.program(Rig::key("10.0.0.1", group.c_str()), o));
     }
-    std::sort(out.begin(), out.end(), [](auto const& a, auto const& b) { return a.first.get() < b.first.get(); });
     return out;
   }
 
@@ -200,6 +199,88 @@ TEST_F(FrrTest, RewriteRefusedByTheHookIsTracedAndThePassGoesOn) {
   EXPECT_EQ(rig.capture->count(": HW resource full "), 2u);
   EXPECT_TRUE(rig.sw->frrProcessingOifSet().empty());
 }
+
+
+TEST_F(FrrTest, ChipWhosePassBeganAtAnotherChipsPositionRewritesTheSetsItSkippedAtTheNextTurn) {
+  start();
+  // A second chip with the same sets, watching the same interfaces.
+  auto sw2 = Fal::mrouteSwitchFactory(2, rig.acsd, rig.l3Status, rig.helper, rig.ipStatus, rig.hwStatus, rig.hw6Status);
+  auto sm2 = Fal::MrouteSwitchSm::MrouteSwitchSmIs(2, rig.acsd, rig.l3Status, sw2, rig.intfVlanIdTable, rig.vrfConfig,
+                                                   rig.vrf6Config, rig.hwStatus, rig.hw6Status, rig.helper, nullptr,
+                                                   nullptr, rig.ethIntfStatusDir, rig.allIntfStatusDir,
+                                                   rig.allIntfStatusLocalDir, false, nullptr, nullptr);
+  auto const queue = programQueue(5);
+  std::vector<Vex::Ptr<Fal::MtableOifSet>> chip2Sets;  // in use while held
+  std::vector<std::string> chip2Rewrites;
+  for (auto const& [o, h] : queue) {
+    sw2->doAllocateMtableOifSet(o);
+    chip2Sets.push_back(Vex::ptrCast<Fal::MtableOifSet>(sw2->oifSetResult()));
+    sw2->oifSetResultIs(nullptr);
+    ASSERT_TRUE(chip2Sets.back());
+    chip2Rewrites.push_back("doAllocateMtableOifSet(2, " + std::to_string(chip2Sets.back()->oifSetIndex()) + ")");
+  }
+  rig.helper->costPerCall = 0.03;
+  forget();
+
+  // Chip 1 runs out of time before the fifth set; chip 2's pass starts there
+  // and skips the four before it.
+  operStatusIs(eth5, Interface::intfOperDown);
+  EXPECT_EQ(rig.callsTo("doAllocateMtableOifSet(2, "), Calls{chip2Rewrites[4]});
+  EXPECT_EQ(sw2->frrProcessingOifSet().size(), 4u);
+  ASSERT_TRUE(sm2->clock());
+  EXPECT_EQ(sm2->clock()->timeMin(), rig.now());
+
+  rig.runUntil(rig.now());
+  EXPECT_TRUE(rig.sw->frrProcessingOifSet().empty());
+  EXPECT_TRUE(sw2->frrProcessingOifSet().empty());
+  std::vector<std::string> chip2 = rig.callsTo("doAllocateMtableOifSet(2, ");
+  std::sort(chip2.begin(), chip2.end());
+  std::sort(chip2Rewrites.begin(), chip2Rewrites.end());
+  EXPECT_EQ(chip2, chip2Rewrites);
+  EXPECT_EQ(rig.callsTo("doAllocateMtableOifSet(1, ").size(), 5u);
+  sm2 = nullptr;
+  chip2Sets.clear();
+}
+
+// A protected set leaves (zombie), its interface fails meanwhile, and a route
+// brings it back: the interface is up again, or still down.
+class FrrResurrectionTest : public FrrTest, public ::testing::WithParamInterface<bool> {};
+
+TEST_P(FrrResurrectionTest, ResurrectedZombieKeepsItsProtection) {
+  bool const downAtResurrection = GetParam();
+  start();
+  auto const oA = rig.oifSet(pvsA);
+  rig.sw->doDeleteRoute(rig.program(Rig::key("10.0.0.1", "239.1.1.1"), oA));
+  operStatusIs(eth5, Interface::intfOperDown);
+  EXPECT_TRUE(rig.sw->frrMtableOifSet().empty());
+  if (!downAtResurrection) operStatusIs(eth5, Interface::intfOperUp);
+  forget();
+
+  rig.program(Rig::key("10.0.0.1", "239.1.1.1"), oA);
+  EXPECT_TRUE(traced("Resurrecting zombie oifSetIndex: 0x 1"));
+  EXPECT_TRUE(traced(" Adding Frr oifSetIndex: 1"));
+  auto const set = rig.sw->inUseOifSet(oA.get());
+  ASSERT_TRUE(set);
+  EXPECT_FALSE(set->isZombie());
+  if (downAtResurrection) {
+    // Queued at once; the pass of the next turn rewrites it.
+    EXPECT_TRUE(rig.sw->frrProcessingOifSet().contains(oA.get()));
+    EXPECT_TRUE(set->dirty());
+    EXPECT_TRUE(rig.callsTo("doAllocateMtableOifSet(1, 1)").empty());
+    rig.am.runOnce();
+  } else {
+    EXPECT_TRUE(rig.sw->frrMtableOifSet().contains(oA.get()));
+    EXPECT_FALSE(set->dirty());
+    operStatusIs(eth5, Interface::intfOperDown);
+  }
+  EXPECT_EQ(rig.callsTo("doAllocateMtableOifSet(1, 1)"), Calls{rewrite(1)});
+  ASSERT_FALSE(rig.helper->allocatedContents.empty());
+  EXPECT_EQ(rig.helper->allocatedContents.back(), pvsA.withFrrApplied());
+  EXPECT_TRUE(rig.sw->frrProcessingOifSet().empty());
+}
+
+INSTANTIATE_TEST_SUITE_P(InterfaceAtResurrection, FrrResurrectionTest, ::testing::Bool(),
+                         [](auto const& info) { return info.param ? "StillDown" : "UpAgain"; });
 
 }  // namespace
 }  // namespace FalTest
