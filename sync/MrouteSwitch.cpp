@@ -2,6 +2,7 @@
 
 #include <absl/hash/hash.h>
 
+#include <algorithm>
 #include <iomanip>
 #include <vector>
 
@@ -369,15 +370,31 @@ void MrouteSwitch::freeMtableOifSet(Vex::Ptr<MtableOifSet> const& oifSet) {
   requestVerify();
 }
 
+std::vector<RouteHandle> MrouteSwitch::handlesInOrder() const {
+  std::vector<RouteHandle> handles;
+  handles.reserve(route_.size() + boundary_.size());
+  for (auto const& [h, b] : boundary_) handles.push_back(h);
+  auto const boundaries = static_cast<std::ptrdiff_t>(handles.size());
+  for (auto const& r : route_) handles.push_back(r->routeHandle());
+  std::sort(handles.begin(), handles.begin() + boundaries);
+  std::sort(handles.begin() + boundaries, handles.end());
+  return handles;
+}
+
 void MrouteSwitch::handleVerify() {
   if (!initialized_) return;
-  for (auto const& [handle, bnd] : boundary_) {
-    FAL_SYNC_TRACE(2, "Verifying boundary " << bnd->key() << ", switch # " << switchId());
-    mrouteHelper_->verifyMrouteBoundary(switchId(), bnd->vrfId(), bnd);
-  }
-  for (auto const& r : route_) {
-    FAL_SYNC_TRACE(2, "Verifying route " << r->key() << ", switch # " << switchId());
-    mrouteHelper_->verifyMroute(switchId(), r->vrfId(), r);
+  std::vector<RouteHandle> const handles = handlesInOrder();
+  std::size_t const boundaries = boundary_.size();
+  for (std::size_t i = 0; i < handles.size(); ++i) {
+    if (i < boundaries) {
+      auto const bnd = boundary(handles[i]);
+      FAL_SYNC_TRACE(2, "Verifying boundary " << bnd->key() << ", switch # " << switchId());
+      mrouteHelper_->verifyMrouteBoundary(switchId(), bnd->vrfId(), bnd);
+    } else {
+      auto const r = route(handles[i]);
+      FAL_SYNC_TRACE(2, "Verifying route " << r->key() << ", switch # " << switchId());
+      mrouteHelper_->verifyMroute(switchId(), r->vrfId(), r);
+    }
   }
 }
 
@@ -385,11 +402,7 @@ void MrouteSwitch::doCleanup() {
   if (deleted_ && route_.empty() && boundary_.empty() && zombieOifSet_.empty()) return;
   FAL_SYNC_TRACE(4, "doCleanup" << ", switch # " << switchId());
   deleted_ = true;
-  std::vector<RouteHandle> handles;
-  handles.reserve(route_.size() + boundary_.size());
-  for (auto const& r : route_) handles.push_back(r->routeHandle());
-  for (auto const& [h, b] : boundary_) handles.push_back(h);
-  for (RouteHandle h : handles) doDeleteRoute(h);
+  for (RouteHandle h : handlesInOrder()) doDeleteRoute(h);
   oifSetResultIs(nullptr);
   zombieOifSetDelAll();
 }

@@ -15,6 +15,7 @@
 
 #include <cstdint>
 #include <utility>
+#include <vector>
 
 #include "model/MrouteSmHelper.h"
 #include "model/MtableOifSetPtr.h"
@@ -177,6 +178,10 @@ class MrouteSwitch : public MrouteLib::SwitchChip {
 
  private:
   void requestVerify();
+  // The handles of the boundary entries (the first boundarySize()), then of
+  // the routes, each sorted: walks that call hooks do so in the same order in
+  // every run.
+  std::vector<MrouteLib::RouteHandle> handlesInOrder() const;
   // Allocates a fresh replication entry; indexArgument is 0 or 0xFFFFFFFE.
   void allocateNewMtableOifSet(Vex::Ptr<MrouteLib::OifSet const> const& oifSet, std::uint32_t indexArgument);
   void freeMtableOifSet(Vex::Ptr<MtableOifSet> const& set);

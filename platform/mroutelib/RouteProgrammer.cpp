@@ -1,5 +1,7 @@
 #include "platform/mroutelib/RouteProgrammer.h"
 
+#include <algorithm>
+
 #include "platform/net/AddressFamily.h"
 #include "platform/vex/Trace.h"
 
@@ -55,6 +57,14 @@ std::size_t RouteProgrammer::slotOf(SwitchChip const* chip) const {
   return kNoSlot;
 }
 
+std::vector<RouteProgrammer::RouteMap::value_type*> RouteProgrammer::routesInWantedOrder() {
+  std::vector<RouteMap::value_type*> out;
+  out.reserve(routes_.size());
+  for (auto& entry : routes_) out.push_back(&entry);
+  std::sort(out.begin(), out.end(), [](auto const* a, auto const* b) { return a->second.wanted < b->second.wanted; });
+  return out;
+}
+
 void RouteProgrammer::switchChipIs(Vex::Ptr<SwitchChip> chip) {
   if (!chip || slotOf(chip.get()) != kNoSlot) return;
   BusyScope busy(*this);
@@ -66,7 +76,8 @@ void RouteProgrammer::switchChipIs(Vex::Ptr<SwitchChip> chip) {
   chips_.push_back(std::move(state));
   std::size_t const slot = chips_.size() - 1;
   VEX_TRACE(trace(), 2, kSource, "switchChipIs " << chip->name() << ", routes: " << routes_.size());
-  for (auto& [id, rec] : routes_) {
+  for (auto* route : routesInWantedOrder()) {
+    auto& [id, rec] = *route;
     rec.chip.emplace_back();
     programOnChip(slot, id, rec, false);
     writeStatus(id, rec);
@@ -86,8 +97,10 @@ void RouteProgrammer::switchChipDel(Vex::Ptr<SwitchChip> const& chip) {
   chips_[slot]->reactor->notifierIs(nullptr);
   VEX_TRACE(trace(), 2, kSource, "switchChipDel " << chip->name());
   bool called = false;
-  for (auto& [id, rec] : routes_) {
-    ChipRoute const cr = rec.chip[slot];
+  auto const ordered = routesInWantedOrder();
+  for (auto* route : ordered) {
+    auto& [id, rec] = *route;
+    ChipRoute const& cr = rec.chip[slot];
     if (!cr.handle.isNull()) {
       ++programmingCalls_;
       chip->doDeleteRoute(cr.handle);
@@ -101,7 +114,7 @@ void RouteProgrammer::switchChipDel(Vex::Ptr<SwitchChip> const& chip) {
     chip->doCommitRouteBatch();
   }
   chips_.erase(chips_.begin() + static_cast<std::ptrdiff_t>(slot));
-  for (auto const& [id, rec] : routes_) writeStatus(id, rec);
+  for (auto const* route : ordered) writeStatus(route->first, route->second);
 }
 
 void RouteProgrammer::routeIs(DesiredRoute const& route) {
@@ -123,6 +136,7 @@ void RouteProgrammer::routeIs(DesiredRoute const& route) {
       return;
     }
   } else {
+    rec.wanted = routesWanted_++;
     rec.chip.resize(chips_.size());
   }
   rec.oifSet = std::move(oifSet);
@@ -203,6 +217,15 @@ Vex::Ptr<MtableOifSet> RouteProgrammer::allocateMtableOifSet(SwitchChip& chip, O
 void RouteProgrammer::programOnChip(std::size_t slot, RouteId const& id, RouteRecord& rec, bool reAdd) {
   SwitchChip& chip = *chips_[slot]->chip;
   ChipRoute& cr = rec.chip[slot];
+  if (!reAdd && !rec.bridge && !cr.handle.isNull() && cr.bound == rec.oifSet) {
+    // Parked while its outputs were elsewhere; now they are back to those it
+    // still replicates through (an entry the chip may have rewritten for
+    // fast reroute meanwhile): nothing to program.
+    VEX_TRACE(trace(), 5, kSource,
+              "Route back on its bound outputs: " << id.vrfName << ' ' << id.key << ", switch: " << chip.name());
+    chipFailureIs(slot, id, rec, kFailureNone);
+    return;
+  }
   // Allocated before a re-added route is deleted, so that the route's own
   // set is shared rather than freed and allocated again.
   Vex::Ptr<MtableOifSet> set;
@@ -222,6 +245,7 @@ void RouteProgrammer::programOnChip(std::size_t slot, RouteId const& id, RouteRe
     }
     ++programmingCalls_;
     chip.doSetMtableOifSet(cr.handle, set);
+    cr.bound = rec.oifSet;
     chipFailureIs(slot, id, rec, kFailureNone);
     return;
   }
@@ -229,6 +253,7 @@ void RouteProgrammer::programOnChip(std::size_t slot, RouteId const& id, RouteRe
   if (!cr.handle.isNull()) {
     ++programmingCalls_;
     chip.doDeleteRoute(std::exchange(cr.handle, invalidRouteHandle));
+    cr.bound = nullptr;
   }
   if (!rec.bridge && !set) {
     VEX_TRACE(trace(), 2, kSource,
@@ -253,6 +278,7 @@ void RouteProgrammer::programOnChip(std::size_t slot, RouteId const& id, RouteRe
   if (set) {
     ++programmingCalls_;
     chip.doSetMtableOifSet(handle, set);
+    cr.bound = rec.oifSet;
   }
   chipFailureIs(slot, id, rec, kFailureNone);
 }
@@ -262,12 +288,12 @@ void RouteProgrammer::chipFailureIs(std::size_t slot, RouteId const& id, RouteRe
   if (cr.failure == failure) return;
   ChipState& cs = *chips_[slot];
   if (cr.failure != kFailureNone) {
-    cs.parked[cr.failure - 1].erase(id);
+    cs.parked[cr.failure - 1].erase(rec.wanted);
     if (--rec.parkedChips == 0) --routesParked_;
   }
   cr.failure = failure;
   if (failure != kFailureNone) {
-    cs.parked[failure - 1].insert(id);
+    cs.parked[failure - 1].emplace(rec.wanted, id);
     if (rec.parkedChips++ == 0) ++routesParked_;
   }
 }
@@ -317,15 +343,16 @@ void RouteProgrammer::retryPass(ChipState& cs, std::uint8_t bits) {
       kick || ((bits & retryBit(kFailureBoundaryTableFull)) && chip.boundaryTcamFree()),
       kick,
   };
-  // A snapshot: routes parked again by this pass wait for the next trigger.
-  std::vector<RouteId> work;
+  // A snapshot, in the order the routes were wanted whatever their failure:
+  // routes parked again by this pass wait for the next trigger.
+  absl::btree_map<std::uint64_t, RouteId> work;
   for (std::size_t i = 0; i < 4; ++i) {
-    if (allowed[i]) work.insert(work.end(), cs.parked[i].begin(), cs.parked[i].end());
+    if (allowed[i]) work.insert(cs.parked[i].begin(), cs.parked[i].end());
   }
   if (work.empty()) return;
   std::size_t const slot = slotOf(&chip);
   VEX_TRACE(trace(), 5, kSource, "Retrying parked routes: " << work.size() << ", switch: " << chip.name());
-  for (auto const& id : work) {
+  for (auto const& [wanted, id] : work) {
     auto it = routes_.find(id);
     if (it == routes_.end() || it->second.chip[slot].failure == kFailureNone) continue;
     ++retries_;

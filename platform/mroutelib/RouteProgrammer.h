@@ -28,7 +28,8 @@
 // with a failure code (kFailure*): no OIF set (replication table), no handle
 // while the chip's route or boundary table is full, or no handle for another
 // reason. A route whose new outputs found no set keeps its old set
-// programmed on that chip but is parked until the new one fits. Parked routes
+// programmed on that chip but is parked until the new one fits, or until its
+// outputs change back to those it still replicates through. Parked routes
 // are retried when the chip's matching free flag (mtableFree, mrouteTcamFree,
 // boundaryTcamFree) comes back true, and all of a chip's parked routes when
 // its mrouteReviewKick moves. A trigger that arrives while the programmer is
@@ -39,6 +40,11 @@
 // it can take new calls. Each retry pass visits a parked route once and ends
 // with doCommitRouteBatch on that chip; triggers raised by a pass run at most
 // kMaxRetryRounds further passes.
+//
+// Order. Whatever the programmer does route by route (programming a chip that
+// is added, deleting from one that goes, retrying parked routes, and so which
+// of them gets the room that came back) it does in the order the routes were
+// first wanted: a defined order, the same in every run.
 //
 // Status. Each route's hardware route status in its family's
 // Hardware::Status (vrfStatusIs(vrfName)->routeIs(key)) records its
@@ -58,7 +64,7 @@
 #include <vector>
 
 #include "absl/container/flat_hash_map.h"
-#include "absl/container/flat_hash_set.h"
+#include "absl/container/btree_map.h"
 #include "absl/container/inlined_vector.h"
 #include "platform/fib/IpGenRouteKey.h"
 #include "platform/fib/hardware/Status.h"
@@ -147,10 +153,13 @@ class RouteProgrammer : public Vex::RefCounted {
   struct ChipRoute {
     RouteHandle handle;
     std::uint8_t failure = kFailureNone;
+    // The outputs the chip's route is bound to; null while it is bound to none.
+    OifSetPtr bound;
   };
   struct RouteRecord {
     OifSetPtr oifSet;  // null for a boundary entry
     absl::InlinedVector<ChipRoute, 2> chip;  // by chip slot
+    std::uint64_t wanted = 0;  // when the route was first wanted, counted in routes
     Netcore::IntfId acceptingIntfId;
     Bridging::VlanIdOrNone acceptingVlan;
     std::uint16_t rpaId = DesiredRoute::kRpaIdNone;
@@ -165,8 +174,8 @@ class RouteProgrammer : public Vex::RefCounted {
   struct ChipState {
     Vex::Ptr<SwitchChip> chip;
     std::unique_ptr<VexSwitchChip> reactor;
-    // Parked route ids, by failure code - 1.
-    std::array<absl::flat_hash_set<RouteId>, 4> parked;
+    // Parked route ids by when they were wanted, by failure code - 1.
+    std::array<absl::btree_map<std::uint64_t, RouteId>, 4> parked;
     std::uint8_t pendingRetry = 0;
   };
 
@@ -185,6 +194,8 @@ class RouteProgrammer : public Vex::RefCounted {
   };
 
   std::size_t slotOf(SwitchChip const* chip) const;
+  // Every route, in the order they were wanted.
+  std::vector<RouteMap::value_type*> routesInWantedOrder();
   RouteRecord const* record(L3::VrfName const& vrfName, Routing::Multicast::Fib::IpGenRouteKey const& key) const;
   void programOnChip(std::size_t slot, RouteId const& id, RouteRecord& rec, bool reAdd);
   Vex::Ptr<MtableOifSet> allocateMtableOifSet(SwitchChip& chip, OifSetPtr const& oifSet);
@@ -202,6 +213,7 @@ class RouteProgrammer : public Vex::RefCounted {
   RouteMap routes_;
   std::vector<std::unique_ptr<ChipState>> chips_;
   std::size_t routesParked_ = 0;
+  std::uint64_t routesWanted_ = 0;
   std::uint64_t retries_ = 0;
   std::uint64_t programmingCalls_ = 0;
   bool busy_ = false;

@@ -52,7 +52,7 @@ class FakeChip final : public SwitchChip {
   void doAllocateMtableOifSet(Vex::Ptr<OifSet const> oifSet) override {
     std::ostringstream os;
     os << "allocSet " << label(oifSet->portVlanSet());
-    if (auto it = live.find(oifSet.get()); it != live.end()) {
+    if (auto it = live.find(oifSet.get()); it != live.end() && sharesLiveSets) {
       oifSetResultIs(it->second);
       os << " -> s" << it->second->id();
     } else if (live.size() >= setCapacity) {
@@ -133,6 +133,9 @@ class FakeChip final : public SwitchChip {
   int setsFreed = 0;
   bool dropsFlags = true;
   bool kickOnFailure = false;
+  // False: a live set is not handed out again (as when its entry was
+  // rewritten in place for fast reroute); a new one is needed.
+  bool sharesLiveSets = true;
 
  private:
   void full(void (SwitchChip::*flagIs)(bool)) {
@@ -419,6 +422,69 @@ TEST_F(RouteProgrammerTest, AddedChipGetsEveryRouteAndACommit) {
   EXPECT_EQ(chip1->live.size(), 1u);
   EXPECT_EQ(programmer.routesProgrammed(), 2u);
   EXPECT_FALSE(programmer.routeHandle(chip1.get(), "red", kS2G1).isNull());
+}
+
+TEST_F(RouteProgrammerTest, RouteParkedAwayFromTheOutputsItReplicatesThroughIsProgrammedWhenTheyComeBack) {
+  programmer.routeIs(route(kS1G1, {"Ethernet1.10"}));
+  programmer.routeIs(route(kS2G1, {"Ethernet2.10"}));
+  chip->setCapacity = 2;
+  chip->sharesLiveSets = false;
+  programmer.routeIs(route(kS1G1, {"Ethernet3.10"}));
+  ASSERT_EQ(status(kS1G1)->failureReason(), RouteProgrammer::kFailureReplicationTableFull);
+  chip->takeCalls();
+
+  // Back to the outputs the chip still replicates through: nothing to ask it.
+  programmer.routeIs(route(kS1G1, {"Ethernet1.10"}));
+  EXPECT_TRUE(chip->takeCalls().empty());
+  EXPECT_TRUE(status(kS1G1)->programmed());
+  EXPECT_EQ(status(kS1G1)->failureReason(), RouteProgrammer::kFailureNone);
+  EXPECT_EQ(programmer.routesParked(), 0u);
+  EXPECT_EQ(FakeChip::setName(chip->routes.at(0).set), "s0");
+}
+
+// Routes in an order unlike their keys' (hash or otherwise).
+std::vector<IpGenRouteKey> scrambledKeys(int n) {
+  std::vector<IpGenRouteKey> keys;
+  for (int i = 0; i < n; ++i) {
+    int const g = (i * 7 + 3) % n;
+    keys.push_back(key(("10.0." + std::to_string(g % 5) + ".1/32").c_str(), ("239.1." + std::to_string(g) + ".1/32").c_str()));
+  }
+  return keys;
+}
+
+// Which trigger gives room back: the free flag of the full table, or a kick.
+class RouteProgrammerOrderTest : public RouteProgrammerTest, public ::testing::WithParamInterface<bool> {};
+
+TEST_P(RouteProgrammerOrderTest, RoomThatComesBackGoesToParkedRoutesInTheOrderTheyWereWanted) {
+  bool const kick = GetParam();
+  chip->dropsFlags = !kick;
+  chip->routeCapacity = 0;
+  auto const keys = scrambledKeys(24);
+  for (auto const& k : keys) programmer.routeIs(route(k, {"Ethernet1.10"}));
+  ASSERT_EQ(programmer.routesParked(), keys.size());
+  chip->routeCapacity = 5;
+  chip->takeCalls();
+  if (kick) {
+    chip->mrouteReviewKickInc();
+  } else {
+    chip->mrouteTcamFreeIs(true);
+  }
+  for (std::size_t i = 0; i < keys.size(); ++i) {
+    EXPECT_EQ(status(keys[i])->programmed(), i < 5) << keys[i];
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Triggers, RouteProgrammerOrderTest, ::testing::Bool(),
+                         [](auto const& info) { return info.param ? "Kick" : "FreeFlag"; });
+
+TEST_F(RouteProgrammerTest, AddedChipIsProgrammedInTheOrderRoutesWereWanted) {
+  auto const keys = scrambledKeys(24);
+  for (auto const& k : keys) programmer.routeIs(route(k, {"Ethernet1.10"}));
+  chip1->routeCapacity = 3;
+  programmer.switchChipIs(chip1);
+  for (std::size_t i = 0; i < keys.size(); ++i) {
+    EXPECT_EQ(programmer.routeHandle(chip1.get(), "red", keys[i]).isNull(), i >= 3) << keys[i];
+  }
 }
 
 }  // namespace
