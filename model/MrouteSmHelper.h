@@ -88,6 +88,11 @@ class MrouteSmHelper : public Fal::FalBaseHelper {
   // 0xFFFFFFFE for a new entry while a dirty one of the same content is still programmed,
   // or the set's own index to overwrite its entry in place (fast reroute). Returns the
   // entry's index, 0xFFFFFFFF when the table is full. Required.
+  // An empty port-VLAN set (no outputs, no FRR outputs, no NAT VLANs) must always get a
+  // valid index: the library asks for it without asking mtableFull first, and stops on
+  // "oifSetIndex != invalidOifSetIndex()" when refused. A chip keeps an entry that
+  // replicates nowhere for it (one for all such sets, outside the table's capacity and
+  // never refused), and leaves it in place when such a set is released (operation 8).
   virtual std::uint32_t doAllocateMtableOifSet(std::uint32_t switchId, std::uint32_t oifSetIndex, OifSetPtr oifSet);
   // 7. Not called by the synchronous state machines. Required.
   virtual std::uint32_t doReallocateMtableOifSet(std::uint32_t switchId, std::uint32_t oifSetIndex, OifSetPtr oifSet);

@@ -107,12 +107,14 @@ std::vector<std::string> InvariantChecker::check(SimAgent const& agent, DesiredR
                     " route or boundary entries that no wanted route accounts for");
     }
 
+    // Routes and zombies on the entries kept outside the table share nothing.
+    auto const& entries = chip.replicationEntries(c);
     load_.hwRoutes += hwRoutes.size();
     for (auto const& [h, r] : hwRoutes) {
-      if (r.oifSetIndex != 0) ++load_.routesWithEntry;
+      if (entries.contains(r.oifSetIndex)) ++load_.routesWithEntry;
     }
-    load_.entries += chip.replicationEntries(c).size();
-    load_.zombies += sw.zombieOifSet().size();
+    load_.entries += entries.size();
+    for (auto const& [key, set] : sw.zombieOifSet()) load_.zombies += entries.contains(set->oifSetIndex());
   }
 
   // Route status against what the chips hold.

@@ -143,7 +143,24 @@ void ReferenceChip::PrefixIndex::matches(std::uint16_t vrfId, IpGenAddr const& s
 
 ReferenceChip::ReferenceChip(Vex::Name name, std::uint32_t chips, Capacity capacity) : MrouteSmHelper(std::move(name)) {
   chips_.resize(chips);
-  for (auto& c : chips_) c.capacity = capacity;
+  for (auto& c : chips_) {
+    c.capacity = capacity;
+    c.noPort[0].index = kNowhereIndex;
+    c.noPort[1].index = kCpuOnlyIndex;
+    c.noPort[1].portVlanSet.toCpuIs(true);
+  }
+}
+
+ReferenceChip::ReplicationEntry* ReferenceChip::entryAt(Chip& c, std::uint32_t index) {
+  return const_cast<ReplicationEntry*>(entryAt(static_cast<Chip const&>(c), index));
+}
+
+ReferenceChip::ReplicationEntry const* ReferenceChip::entryAt(Chip const& c, std::uint32_t index) {
+  for (auto const& e : c.noPort) {
+    if (e.index == index) return &e;
+  }
+  auto it = c.entries.find(index);
+  return it == c.entries.end() ? nullptr : &it->second;
 }
 
 ReferenceChip::~ReferenceChip() = default;
@@ -186,7 +203,8 @@ bool ReferenceChip::full(Chip const& c, Table t) const {
     case Table::route: return c.routes.size() >= c.capacity.routes;
     case Table::boundary: return c.boundaries.size() >= c.capacity.boundaries;
     case Table::replication:
-      return c.entries.size() >= c.capacity.replicationEntries || (c.freeIndexes.empty() && c.nextIndex >= kFreshIndex);
+      return c.entries.size() >= c.capacity.replicationEntries ||
+             (c.freeIndexes.empty() && c.nextIndex >= kFirstReservedIndex);
   }
   return true;
 }
@@ -213,9 +231,7 @@ void ReferenceChip::violation(std::string text) {
 // ---- queries ----
 
 ReferenceChip::ReplicationEntry const* ReferenceChip::replicationEntry(std::uint32_t chip, std::uint32_t index) const {
-  auto const& entries = chipAt(chip).entries;
-  auto it = entries.find(index);
-  return it == entries.end() ? nullptr : &it->second;
+  return entryAt(chipAt(chip), index);
 }
 
 absl::btree_map<std::uint32_t, ReferenceChip::ReplicationEntry> const& ReferenceChip::replicationEntries(
@@ -285,7 +301,7 @@ std::vector<std::string> ReferenceChip::invariantViolations(std::uint32_t chip,
   Chip const& c = chips_[chip];
   std::string const where = on(chip, "invariants");
   for (auto const& [handle, r] : c.routes) {
-    if (r.oifSetIndex != 0 && !c.entries.contains(r.oifSetIndex)) {
+    if (r.oifSetIndex != 0 && !entryAt(c, r.oifSetIndex)) {
       out.push_back(where + "route " + r.key.pretty() + " handle " + std::to_string(handle.value()) +
                     " points at oifSetIndex " + std::to_string(r.oifSetIndex) + ", which is not programmed");
     }
@@ -297,7 +313,7 @@ std::vector<std::string> ReferenceChip::invariantViolations(std::uint32_t chip,
     }
   }
   for (std::uint32_t index : liveIndexes) {
-    if (!c.entries.contains(index)) {
+    if (!entryAt(c, index)) {
       out.push_back(where + "the library holds oifSetIndex " + std::to_string(index) + ", which is not programmed");
     }
   }
@@ -348,6 +364,12 @@ std::uint32_t ReferenceChip::programEntry(std::uint32_t switchId, std::uint32_t 
     SIM_TRACE(6, "chip " << switchId << " rewrote oifSetIndex " << oifSetIndex << " in place: " << oifSet->pretty());
     return oifSetIndex;
   }
+  auto const& pvs = oifSet->portVlanSet();
+  if (pvs.portVlanSize() == 0 && pvs.portVlanFrrSize() == 0 && pvs.natVlanSize() == 0) {
+    std::uint32_t const index = pvs.toCpu() ? kCpuOnlyIndex : kNowhereIndex;
+    SIM_TRACE(6, "chip " << switchId << " gave oifSetIndex " << index << " (no port): " << oifSet->pretty());
+    return index;
+  }
   if (injectedFailure(*c, Table::replication) || full(*c, Table::replication)) {
     ++c->stats.failedAllocations;
     return kInvalidIndex;
@@ -386,6 +408,7 @@ void ReferenceChip::handleFreeMtableOifSet(std::uint32_t switchId, Vex::Ptr<Fal:
   }
   charge(c);
   std::uint32_t const index = oifSet->oifSetIndex();
+  if (index == kNowhereIndex || index == kCpuOnlyIndex) return;  // shared, kept for good
   auto it = c->entries.find(index);
   if (it == c->entries.end()) {
     // Every index below nextIndex has been handed out once; one that is not
@@ -437,16 +460,16 @@ RouteHandle ReferenceChip::allocateHandle(Chip& c) {
 void ReferenceChip::entryRefIs(Chip& c, std::uint32_t switchId, std::uint32_t index, int delta, char const* op,
                                RouteEntry const& r) {
   if (index == 0) return;
-  auto it = c.entries.find(index);
-  if (it == c.entries.end()) {
+  ReplicationEntry* const entry = entryAt(c, index);
+  if (!entry) {
     if (delta > 0) {
       violation(on(switchId, op) + "route " + r.key.pretty() + " handle " + std::to_string(r.handle.value()) +
                 " set to oifSetIndex " + std::to_string(index) + ", which is not programmed");
     }
     return;
   }
-  if (delta < 0 && it->second.routes == 0) return;
-  it->second.routes += delta;
+  if (delta < 0 && entry->routes == 0) return;
+  entry->routes += delta;
 }
 
 RouteHandle ReferenceChip::allocateRoute(std::uint32_t switchId, char const* op, RouteEntry entry, bool bridge) {
@@ -726,11 +749,11 @@ ReferenceChip::ForwardResult ReferenceChip::forwardWithReason(std::uint32_t chip
   result.oifSetIndex = chosen->oifSetIndex;
   chosen->hit = true;
   countTraffic(*chosen, bytes);
-  auto entry = chosen->oifSetIndex == 0 ? c.entries.end() : c.entries.find(chosen->oifSetIndex);
-  if (entry == c.entries.end()) return drop(DropReason::noEntry);
-  auto const& outputs = entry->second.portVlanSet.portVlan();
+  ReplicationEntry const* const entry = chosen->oifSetIndex == 0 ? nullptr : entryAt(c, chosen->oifSetIndex);
+  if (!entry) return drop(DropReason::noEntry);
+  auto const& outputs = entry->portVlanSet.portVlan();
   result.copies.assign(outputs.begin(), outputs.end());
-  result.toCpu = entry->second.portVlanSet.toCpu();
+  result.toCpu = entry->portVlanSet.toCpu();
   ++c.stats.packetsForwarded;
   return result;
 }
@@ -796,7 +819,7 @@ void ReferenceChip::verifyMroute(std::uint32_t switchId, std::uint16_t vrfId, Ve
     check.field("oifSetIndex", r.oifSetIndex, set->oifSetIndex());
     if (set->deleted()) check.fail("the library's OIF set " + std::to_string(set->oifSetIndex()) + " is freed");
   }
-  if (r.oifSetIndex != 0 && !c->entries.contains(r.oifSetIndex)) {
+  if (r.oifSetIndex != 0 && !entryAt(*c, r.oifSetIndex)) {
     check.fail("oifSetIndex " + std::to_string(r.oifSetIndex) + " is not programmed");
   }
 }

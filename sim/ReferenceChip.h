@@ -12,7 +12,13 @@
 //   from 1 up, so never 0 (the library's "no set") nor 0xFFFFFFFF ("none").
 //   doAllocateMtableOifSet with index 0 or 0xFFFFFFFE allocates a fresh entry;
 //   with the index of a live entry it rewrites that entry in place (fast
-//   reroute), so every route pointing at it follows at once.
+//   reroute), so every route pointing at it follows at once. Outputs that
+//   reach no port (the library's empty set: no outputs, no FRR outputs, no
+//   NAT VLANs) are never refused: they get one of two entries each chip keeps
+//   outside the table, one replicating nowhere (kNowhereIndex) and one that
+//   only copies to the CPU (kCpuOnlyIndex). Those take no capacity, escape
+//   injected failures, are shared by every such set and stay when one is
+//   freed.
 // - the route table: routes keyed by handle with the fields they were
 //   programmed with (vrfId, key, accepting VLAN, noRpf, fastdrop, rpaId,
 //   oifSetIndex), their hit bit and per-VLAN fast-drop hit bits.
@@ -79,6 +85,11 @@ class ReferenceChip : public FalHelper::MrouteSmHelper {
   // Index argument asking for a fresh entry while a dirty one of the same
   // content is still programmed.
   static constexpr std::uint32_t kFreshIndex = 0xFFFFFFFE;
+  // The entries kept outside the table for outputs that reach no port.
+  static constexpr std::uint32_t kNowhereIndex = 0xFFFFFFFD;
+  static constexpr std::uint32_t kCpuOnlyIndex = 0xFFFFFFFC;
+  // Table indexes stay below this.
+  static constexpr std::uint32_t kFirstReservedIndex = kCpuOnlyIndex;
 
   enum class Table : std::uint8_t { route, boundary, replication };
 
@@ -181,7 +192,9 @@ class ReferenceChip : public FalHelper::MrouteSmHelper {
   void fullForcedIs(std::uint32_t chip, Table table, bool forced);
   bool fullForced(std::uint32_t chip, Table table) const;
 
-  // What the chips hold. Pointers stay valid until the next change of that table.
+  // What the chips hold. Pointers stay valid until the next change of that
+  // table. replicationEntry also answers for the two entries kept outside the
+  // table; replicationEntries lists the table only.
   ReplicationEntry const* replicationEntry(std::uint32_t chip, std::uint32_t index) const;
   absl::btree_map<std::uint32_t, ReplicationEntry> const& replicationEntries(std::uint32_t chip) const;
   RouteEntry const* route(std::uint32_t chip, RouteHandle handle) const;
@@ -325,6 +338,8 @@ class ReferenceChip : public FalHelper::MrouteSmHelper {
   struct Chip {
     Capacity capacity;
     absl::btree_map<std::uint32_t, ReplicationEntry> entries;
+    // Outside the table: replicating nowhere, and to the CPU only.
+    std::array<ReplicationEntry, 2> noPort;
     absl::btree_set<std::uint32_t> freeIndexes;  // freed indexes below nextIndex, reused lowest first
     std::uint32_t nextIndex = 1;
     absl::btree_map<RouteHandle, RouteEntry> routes;
@@ -340,6 +355,9 @@ class ReferenceChip : public FalHelper::MrouteSmHelper {
   };
 
   static LookupKey lookupKey(std::uint16_t vrfId, IpGenRouteKey const& key);
+  // The entry at index, in the table or outside it; null when none.
+  static ReplicationEntry* entryAt(Chip& c, std::uint32_t index);
+  static ReplicationEntry const* entryAt(Chip const& c, std::uint32_t index);
   static std::size_t tableSlot(Table t) { return static_cast<std::size_t>(t); }
 
   // The chip of switchId, or null after recording a violation naming op.

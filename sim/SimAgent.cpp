@@ -24,6 +24,10 @@ class SimAgent::ChipWatch final : public Fal::MrouteSwitch::Notifiee {
   void onBoundaryTcamFree() override { episode(sw_->boundaryTcamFree(), Table::boundary); }
 
   void onZombieOifSet(Fal::ZombieKey const& key) override {
+    // Sets that reach no port all hold one of the chip's shared entries; two
+    // freed at the same instant share a key too. They hold no entry of their
+    // own to reuse, so they are not counted.
+    if (key.groupId == ReferenceChip::kNowhereIndex || key.groupId == ReferenceChip::kCpuOnlyIndex) return;
     if (sw_->zombieOifSet().contains(key)) {
       ++counts_.zombiesEntered;
       return;

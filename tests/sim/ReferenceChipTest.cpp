@@ -289,6 +289,39 @@ TEST_F(ReferenceChipTest, ForwardReportsTheCpuCopyAndARouteWithoutEntry) {
   EXPECT_EQ(send("10.0.0.1", "239.1.1.2", 10).dropReason, Drop::noEntry);
 }
 
+// Outputs that reach no port: replicating nowhere, or to the CPU only.
+class ReferenceChipNoPortTest : public ReferenceChipTest, public ::testing::WithParamInterface<bool> {};
+
+TEST_P(ReferenceChipNoPortTest, OutputsReachingNoPortGetTheSharedEntryOutsideTheTableEvenWhenItIsFull) {
+  bool const toCpu = GetParam();
+  std::uint32_t const expected = toCpu ? ReferenceChip::kCpuOnlyIndex : ReferenceChip::kNowhereIndex;
+  for (int i = 0; i < 3; ++i) ASSERT_NE(allocate({i == 0 ? "Ethernet1" : i == 1 ? "Ethernet2" : "Ethernet3"}), kInvalid);
+  ASSERT_TRUE(chip_->mtableFull(0));
+  chip_->failNextAllocationsIs(0, Table::replication, 5);
+
+  std::uint32_t const index = chip_->doAllocateMtableOifSet(0, 0, oifSet({}, toCpu));
+  EXPECT_EQ(index, expected);
+  EXPECT_EQ(chip_->doAllocateMtableOifSet(0, 0, oifSet({}, toCpu)), expected);
+  EXPECT_EQ(chip_->failNextAllocations(0, Table::replication), 5u);
+  EXPECT_EQ(chip_->replicationEntries(0).size(), 3u);
+  EXPECT_EQ(chip_->statistics(0).allocations, 3u);
+
+  route(sg("10.0.0.1", "239.1.1.1"), 10, index);
+  auto const r = send("10.0.0.1", "239.1.1.1", 10);
+  EXPECT_TRUE(r.forwarded());
+  EXPECT_TRUE(r.copies.empty());
+  EXPECT_EQ(r.toCpu, toCpu);
+  // Releasing one of the sets leaves the entry to the others.
+  chip_->handleFreeMtableOifSet(0, setAt(index));
+  ASSERT_NE(chip_->replicationEntry(0, index), nullptr);
+  EXPECT_TRUE(send("10.0.0.1", "239.1.1.1", 10).forwarded());
+  EXPECT_TRUE(chip_->violations().empty()) << chip_->violations()[0];
+  EXPECT_TRUE(chip_->invariantViolations(0, {1, 2, 3, index}).empty());
+}
+
+INSTANTIATE_TEST_SUITE_P(CpuCopy, ReferenceChipNoPortTest, ::testing::Bool(),
+                         [](auto const& info) { return info.param ? "ToCpu" : "Nowhere"; });
+
 TEST_F(ReferenceChipTest, BoundaryStopsRoutingOnItsVlanOnly) {
   chip_->doAllocateMrouteNoRpf(0, kVrf, sg("10.0.0.1", "239.1.1.1"), false, allocate({"Ethernet1.100"}), false, 0);
   RouteHandle const b =
