@@ -5,6 +5,7 @@
 #include <tuple>
 
 #include "absl/container/btree_set.h"
+#include "platform/intf/IntfOperStatus.h"
 
 namespace FalSim {
 
@@ -19,6 +20,39 @@ bool unshared(MrouteLib::PortVlanSet const& pvs) {
 }
 
 std::string chipPrefix(std::uint32_t chip) { return "chip " + std::to_string(chip) + ": "; }
+
+bool down(Interface::EthIntfStatusDir const& dir, Netcore::IntfId intf) {
+  auto const status = dir.intfStatus(intf);
+  return status && (status->operStatus() == Interface::intfOperDown ||
+                    status->operStatus() == Interface::intfOperLowerLayerDown);
+}
+
+// Sets in use that fast reroute protects, whose interface is down: each must
+// wait for its rewrite (queued), or its entry must hold its rewritten form.
+// A set the switch made after the failure is only watched for the next one
+// (allocation does not look at interfaces), so it may still hold its outputs.
+std::vector<std::string> frrFindings(SimAgent const& agent, std::uint32_t c) {
+  std::vector<std::string> out;
+  Fal::MrouteSwitch const& sw = agent.switchAt(c);
+  absl::btree_set<std::uint32_t> seen;
+  for (auto const& [handle, route] : sw.routes()) {
+    Fal::MtableOifSet const* set = route->mtableOifSet().get();
+    if (!set || !set->oifSet() || set->isZombie() || !seen.insert(set->oifSetIndex()).second) continue;
+    MrouteLib::OifSet const* const oifSet = set->oifSet().get();
+    MrouteLib::PortVlanSet const& pvs = oifSet->portVlanSet();
+    if (pvs.currentIif().isEmpty() || pvs.portVlanFrrSize() == 0 || !down(agent.ethIntfStatusDir(), pvs.currentIif())) {
+      continue;
+    }
+    if (sw.frrProcessingOifSet().contains(oifSet) || sw.frrMtableOifSet().contains(oifSet)) continue;
+    auto const* entry = agent.chip().replicationEntry(c, set->oifSetIndex());
+    if (entry && entry->portVlanSet == pvs.withFrrApplied()) continue;
+    std::ostringstream os;
+    os << "oifSetIndex " << set->oifSetIndex() << " protected on " << pvs.currentIif()
+       << ", which is down, is neither waiting for its fast-reroute rewrite nor rewritten";
+    out.push_back(os.str());
+  }
+  return out;
+}
 
 }  // namespace
 
@@ -70,6 +104,8 @@ std::vector<std::string> InvariantChecker::check(SimAgent const& agent, DesiredR
     }
     // Field by field; the chip records what differs.
     sw.handleVerify();
+
+    for (auto& v : frrFindings(agent, c)) out.push_back(where + v);
 
     std::set<std::tuple<std::uint16_t, IpGenRouteKey, std::uint16_t>> boundaryKeys;
     for (auto const& [h, b] : hwBoundaries) boundaryKeys.emplace(b.vrfId, b.key, b.vlan.value());
@@ -148,6 +184,25 @@ std::vector<std::string> InvariantChecker::check(SimAgent const& agent, DesiredR
   for (std::size_t v = chipViolationsSeen_; v < recorded.size(); ++v) out.push_back(recorded[v]);
   chipViolationsSeen_ = recorded.size();
   return out;
+}
+
+std::optional<std::string> InvariantChecker::flowFinding(MrouteLib::DesiredRoute const& route,
+                                                         Netcore::IpGenAddr const& source,
+                                                         Netcore::IpGenAddr const& group,
+                                                         Netcore::IpGenAddr const& setSource) {
+  IpGenRouteKey const& key = route.key();
+  std::string const name =
+      "traffic for route [" + route.vrfName().stringValue() + "] " + key.pretty() + " is ";
+  if (source.isZero() || source.af() != key.af() || !key.source().contains(source)) {
+    return name + "sent from " + source.stringValue() + ", which is not one of the route's sources";
+  }
+  if (setSource.af() == key.af() && key.source().contains(setSource) && source != setSource) {
+    return name + "sent from " + source.stringValue() + ", not from the event's source " + setSource.stringValue();
+  }
+  if (!key.group().contains(group)) {
+    return name + "sent to " + group.stringValue() + ", which is not one of the route's groups";
+  }
+  return std::nullopt;
 }
 
 }  // namespace FalSim

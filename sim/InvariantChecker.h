@@ -18,8 +18,12 @@
 // wanted outputs, or to their fast-reroute form after a failure).
 // And anything the chip recorded as a violation since the last check.
 //
+// Apart from the chips: each flow a set's traffic makes for one of its routes
+// must be one that route carries (flowFinding).
+//
 // Findings are readable lines; an empty result means every invariant holds.
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -27,6 +31,7 @@
 #include "absl/container/btree_map.h"
 #include "platform/fib/IpGenRouteKey.h"
 #include "platform/mroutelib/DesiredRoute.h"
+#include "platform/net/IpGenAddr.h"
 #include "platform/types/VrfName.h"
 #include "sim/SimAgent.h"
 
@@ -51,6 +56,12 @@ class InvariantChecker {
   };
 
   std::vector<std::string> check(SimAgent const& agent, DesiredRoutes const& desired);
+  // What is wrong with a flow made for route, if anything: it must come from
+  // an address the route's source prefix holds (never the unspecified one),
+  // from the event's source setSource when the prefix holds that, and go to
+  // a group the route's group prefix holds.
+  static std::optional<std::string> flowFinding(MrouteLib::DesiredRoute const& route, Netcore::IpGenAddr const& source,
+                                                Netcore::IpGenAddr const& group, Netcore::IpGenAddr const& setSource);
   Load const& load() const { return load_; }
   std::size_t checks() const { return checks_; }
 

@@ -81,8 +81,9 @@ class Scenario {
     Bridging::VlanIdOrNone vlan;
     // ... or one flow per route of a set, each on its accepting VLAN.
     std::optional<std::size_t> set;
-    // The source of the flows for (*, G) routes of a set.
-    Netcore::IpGenAddr starGSource;
+    // The source of the flows of a set, for each route whose source prefix
+    // holds it (every (*, G) route); unknown family when not given.
+    Netcore::IpGenAddr setSource;
     std::uint32_t packets = 1;
     std::uint32_t bytes = 64;
     // Sent to one chip, or to each chip when absent.
@@ -106,9 +107,22 @@ class Scenario {
     std::optional<bool> allCounter;
     std::optional<Routing::Multicast::Fib::CounterMode> counterMode;
     std::vector<CounterRoute> counterRoutes;
-    // New table capacities of one chip (or of every chip).
+    // New table capacities of one chip (or of every chip); a table whose
+    // size is absent keeps the size it has.
+    struct Capacity {
+      std::optional<std::size_t> routes;
+      std::optional<std::size_t> boundaries;
+      std::optional<std::size_t> replicationEntries;
+      // The chip's capacity once this change is made to it.
+      ReferenceChipCapacity appliedTo(ReferenceChipCapacity now) const {
+        if (routes) now.routes = *routes;
+        if (boundaries) now.boundaries = *boundaries;
+        if (replicationEntries) now.replicationEntries = *replicationEntries;
+        return now;
+      }
+    };
     std::optional<std::uint32_t> capacityChip;
-    std::optional<ReferenceChipCapacity> capacity;
+    std::optional<Capacity> capacity;
   };
 
   struct Fault {

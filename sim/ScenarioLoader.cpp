@@ -641,7 +641,7 @@ void Loader::traffic(Value const& v, std::string const& path, Scenario::Traffic&
       if (auto const* x = member(v, f)) fail(child(path, f), "no such field beside \"set\" (each route gives its own)", x);
     }
     if (auto const* src = member(v, "source")) {
-      t.starGSource = address(*src, child(path, "source"), "the source address for the set's (*, G) routes");
+      t.setSource = address(*src, child(path, "source"), "the source address of the set's flows");
     }
   } else {
     t.vrf = declaredVrf(v, path);
@@ -718,7 +718,7 @@ void Loader::config(Value const& v, std::string const& path, Scenario::Config& c
     object(*cap, p, "table capacities ({\"chip\": 0, \"routes\": ..., \"replicationEntries\": ...})");
     knownFields(*cap, p, {"chip", "routes", "boundaries", "replicationEntries"});
     if (auto const* chip = member(*cap, "chip")) c.capacityChip = chipNumber(*chip, child(p, "chip"));
-    ReferenceChipCapacity capacity = s_.chips.capacity;
+    Scenario::Config::Capacity capacity;
     std::string const size = "a table size from 0 to " + std::to_string(kMaxTableSize);
     if (auto const* x = member(*cap, "routes")) capacity.routes = integer(*x, child(p, "routes"), size, 0, kMaxTableSize);
     if (auto const* x = member(*cap, "boundaries")) {

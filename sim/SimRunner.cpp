@@ -20,8 +20,20 @@ std::string copiesText(std::vector<MrouteLib::PortVlan> const& copies) {
   return out + "]";
 }
 
-Netcore::IpGenAddr defaultStarGSource(Netcore::AddressFamily af) {
-  return Netcore::IpGenAddr(af == Netcore::AddressFamily::ipv6 ? "2001:db8::1" : "192.0.2.1");
+// Where the flow a set's traffic sends for one route comes from: the event's
+// source when the route's source prefix holds it, else an address the prefix
+// holds (the host itself, the first address after a prefix's own, or a
+// documentation address for a (*, G) route).
+Netcore::IpGenAddr flowSource(Routing::Multicast::Fib::IpGenRouteKey const& key, Netcore::IpGenAddr const& setSource) {
+  Netcore::IpGenPrefix const& prefix = key.source();
+  if (setSource.af() == key.af() && prefix.contains(setSource)) return setSource;
+  bool const v6 = key.af() == Netcore::AddressFamily::ipv6;
+  if (prefix.len() == 0) return Netcore::IpGenAddr(v6 ? "2001:db8::1" : "192.0.2.1");
+  if (prefix.isHost()) return prefix.address();
+  if (!v6) return Netcore::IpGenAddr::v4(prefix.address().v4Addr() | 1U);
+  auto bytes = prefix.address().bytes();
+  bytes[15] |= 1U;
+  return Netcore::IpGenAddr::v6(bytes);
 }
 
 double wallSince(std::chrono::steady_clock::time_point t) {
@@ -208,11 +220,12 @@ void SimRunner::traffic(Scenario::Event const& e) {
   if (t.set) {
     for (auto const& r : scenario_.routeSets[*t.set].routes) {
       if (r.bridge()) continue;
-      Netcore::IpGenAddr source = r.key().source().address();
-      if (r.key().isStarG()) {
-        source = t.starGSource.af() == r.key().af() ? t.starGSource : defaultStarGSource(r.key().af());
+      Netcore::IpGenAddr const source = flowSource(r.key(), t.setSource);
+      Netcore::IpGenAddr const group = r.key().group().address();
+      if (auto finding = InvariantChecker::flowFinding(r, source, group, t.setSource)) {
+        report_.violationIs(e.path + ": " + *finding);
       }
-      flows.push_back({r.vrfName(), source, r.key().group().address(), r.acceptingVlan()});
+      flows.push_back({r.vrfName(), source, group, r.acceptingVlan()});
     }
   } else {
     flows.push_back({t.vrf, t.source, t.group, t.vlan});
@@ -285,7 +298,7 @@ void SimRunner::config(Scenario::Config const& c) {
   for (auto const& r : c.counterRoutes) counterConfig.configIs(r.vrf)->counterRouteIs(r.key, true);
   if (c.capacity) {
     for (std::uint32_t chip = 0; chip < scenario_.chips.count; ++chip) {
-      if (!c.capacityChip || *c.capacityChip == chip) chip_->capacityIs(chip, *c.capacity);
+      if (!c.capacityChip || *c.capacityChip == chip) chip_->capacityIs(chip, c.capacity->appliedTo(chip_->capacity(chip)));
     }
     kick(c.capacityChip);
   }

@@ -23,6 +23,8 @@ class IpGenPrefix {
   AddressFamily af() const { return addr_.af(); }
   bool isMulticast() const { return addr_.isMulticast(); }
   bool isHost() const { return len_ == maxLen(af()); }
+  // Whether a lies in the prefix; the empty prefix (length 0) holds every address.
+  bool contains(IpGenAddr const& a) const { return len_ == 0 || (a.af() == af() && a.masked(len_) == addr_); }
   std::string stringValue() const;
   static unsigned maxLen(AddressFamily af) { return af == AddressFamily::ipv6 ? 128 : af == AddressFamily::ipv4 ? 32 : 0; }
 
