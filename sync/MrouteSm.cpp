@@ -183,7 +183,7 @@ void MrouteSm::handleInitialized() {
 }
 
 bool MrouteSm::isMulticastEnabled() const {
-  bool enabled = mcastEnabledStatus_ && mcastEnabledStatus_->vrfSize() != 0 && mfibHwStatus_->hwRouting();
+  bool enabled = mcastEnabledStatus_ && mcastEnabledStatus_->vrfSize() != 0 && mfibHwStatus_ && mfibHwStatus_->hwRouting();
   FAL_SYNC_TRACE(7, "isMulticastEnabled" << " Multicast routing is " << (enabled ? "enabled" : "disabled"));
   return enabled;
 }

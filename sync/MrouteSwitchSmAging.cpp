@@ -159,13 +159,16 @@ void MrouteSwitchSm::doRouteHitCacheRefresh() {
 
 void MrouteSwitchSm::handleMrouteHitResponse() {
   FAL_SYNC_TRACE(7, "handleMrouteHitResponse");
-  if (!usingAsyncMrouteHit_) return;
+  // Without both entities there is nothing to answer; handleInitialized
+  // stops the agent on their absence.
+  if (!usingAsyncMrouteHit_ || !mrouteHitConfig_ || !mrouteHitStatus_) return;
   for (auto it = mrouteHitStatus_->responses().iterator(); !it.done(); ++it) handleMrouteHitResponse(it.key());
 }
 
 void MrouteSwitchSm::handleMrouteHitResponse(std::uint32_t id) {
   VEX_ASSERT(usingAsyncMrouteHit());
   FAL_SYNC_TRACE(7, "handleMrouteHitResponse");
+  if (!mrouteHitConfig_ || !mrouteHitStatus_) return;
   MrouteHitRequest const response = mrouteHitStatus_->response(id);
   if (response == MrouteHitRequest()) return;  // not answered (or withdrawn)
   FAL_SYNC_TRACE(7, "handleMrouteHitResponse" << " ,hitbit status received for reqId: " << mrouteHitRequestId_);

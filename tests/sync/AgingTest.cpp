@@ -584,4 +584,55 @@ TEST_F(AsyncAgingTest, ResponsesAlreadyPresentAreHandledOnRequest) {
   EXPECT_FALSE(sm_->routeAgingReviewInProgress());
 }
 
+// Hit bits through requests and responses, with one of the two entities
+// missing; the agent initialized before the state machine is made, or after.
+struct MissingHitEntityCase {
+  bool configGiven;  // else the status is the one missing
+  bool initializedFirst;
+};
+
+class MissingHitEntityTest : public AgingFixture, public ::testing::WithParamInterface<MissingHitEntityCase> {
+ protected:
+  MissingHitEntityTest() : AgingFixture(true) {}
+};
+
+TEST_P(MissingHitEntityTest, StopsWithTheAssertionTextInsteadOfCrashing) {
+  std::string const expected = "!!mrouteHitConfig() && !!mrouteHitStatus() && \"MrouteHit Config/Status must not be NULL\"";
+  // Entities of its own (the fixture's state machine watches the others), and
+  // a response already waiting, which the state machine reads when it is made.
+  auto const config = Vex::make<Fal::MrouteHitConfig>();
+  auto const status = Vex::make<Fal::MrouteHitStatus>();
+  status->responseIs(MrouteHitRequest(1, MrouteHitAction::read));
+  auto const acsd = Vex::make<Fal::FalCommonSmData>(verifyData_);
+  acsd->initializedIs(GetParam().initializedFirst);
+  SmPtr sm;
+  std::string const text = fatalTextOf([&] {
+    sm = Fal::MrouteSwitchSm::MrouteSwitchSmIs(2, acsd, l3Status_, makeSwitch(2), intfVlan_, cfg4_, cfg6_, hw4_, hw6_,
+                                               helper_, am_.clockNew(), am_.clockNew(), ethDir_, allDir_, localDir_, true,
+                                               GetParam().configGiven ? config : nullptr,
+                                               GetParam().configGiven ? nullptr : status);
+  });
+  if (GetParam().initializedFirst) {
+    EXPECT_EQ(text, expected);
+    return;
+  }
+  EXPECT_EQ(text, "");
+  ASSERT_TRUE(sm);
+  // Another answer arrives before the agent is up: still nothing to act on.
+  EXPECT_EQ(fatalTextOf([&] {
+              status->responseIs(MrouteHitRequest(2, MrouteHitAction::read));
+              am_.runUntil(am_.now());
+            }),
+            "");
+  EXPECT_EQ(fatalTextOf([&] { acsd->initializedIs(true); }), expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(Entities, MissingHitEntityTest,
+                         ::testing::Values(MissingHitEntityCase{true, true}, MissingHitEntityCase{false, true},
+                                           MissingHitEntityCase{true, false}, MissingHitEntityCase{false, false}),
+                         [](auto const& info) {
+                           return std::string(info.param.configGiven ? "NoStatus" : "NoConfig") +
+                                  (info.param.initializedFirst ? "InitializedFirst" : "InitializedLater");
+                         });
+
 }  // namespace

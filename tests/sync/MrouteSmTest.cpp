@@ -174,10 +174,23 @@ TEST_F(MrouteSmTest, VerificationMismatchStopsTheAgent) {
 
 // ---- refusals and tear-down --------------------------------------------------------
 
-TEST_F(MrouteSmTest, MissingL3StatusStopsTheAgent) {
+// With routing wanted or not; with the hardware status or without it, which
+// must not stop the agent any other way first.
+class MissingL3StatusTest : public MrouteSmTest, public ::testing::WithParamInterface<std::tuple<bool, bool>> {};
+
+TEST_P(MissingL3StatusTest, StopsTheAgentWithTheAssertionText) {
+  auto const [wanted, hardwareStatus] = GetParam();
+  if (wanted) routingWanted();
+  if (!hardwareStatus) hwStatus = nullptr;
   l3Status = nullptr;
   EXPECT_EQ(fatalText([&] { start(); }), "l3Status()");
 }
+
+INSTANTIATE_TEST_SUITE_P(Inputs, MissingL3StatusTest, ::testing::Combine(::testing::Bool(), ::testing::Bool()),
+                         [](auto const& info) {
+                           return std::string(std::get<0>(info.param) ? "RoutingWanted" : "RoutingUnwanted") +
+                                  (std::get<1>(info.param) ? "WithHardwareStatus" : "WithoutHardwareStatus");
+                         });
 
 TEST_F(MrouteSmTest, NullVrfConfigurationIsRefused) {
   start();
