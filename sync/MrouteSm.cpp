@@ -318,7 +318,6 @@ void MrouteSm::doCounterPolling() {
 void MrouteSm::updateMfibCounter(IpGenRouteKey const& key, std::int64_t value, bool active) {
   FAL_SYNC_TRACE(7, "updateMfibCounter" << " , Key: " << key << ", value: " << value << ", active: " << active);
   if (!mfibCounterStatus_ || !mfibCounterStatusCtl_) return;
-  bool const wasIdle = mfibCounterStatusCtl_->currActive() == 0;
   if (auto existing = publishedCounter(key)) {
     if (value == -1) value = existing->value();
     removeMfibCounter(key);
@@ -340,11 +339,11 @@ void MrouteSm::updateMfibCounter(IpGenRouteKey const& key, std::int64_t value, b
   if (active) mfibCounterStatusCtl_->currActiveInc(1);
   FAL_SYNC_TRACE(7, " counterStatus size=" << mfibCounterStatusCtl_->currSize()
                                            << " currActive=" << mfibCounterStatusCtl_->currActive());
-  // Polling stops when no counter is active; the first active one restarts it
-  // soon. A row rewritten while polling is alive (a clear, a new value, an
-  // active change) can also leave the count at 1; that must not pull the next
-  // run forward.
-  if (wasIdle && mfibCounterStatusCtl_->currActive() == 1) counterPollingClockArm(row.updateTime() + 0.1);
+  // Polling stops when no counter is active; one active counter brings the
+  // next run to 0.1 s from now, so that it resumes soon after such a stop.
+  // A polling run's own updates do this too, and the run then re-arms at its
+  // interval, which keeps the cadence of runs.
+  if (mfibCounterStatusCtl_->currActive() == 1) counterPollingClockArm(row.updateTime() + 0.1);
 }
 
 void MrouteSm::setMfibCounterActive(IpGenRouteKey const& key, bool active) {

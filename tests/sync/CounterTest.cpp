@@ -202,17 +202,67 @@ TEST_F(CounterTest, PollingStopsWithoutActiveCounterAndRestartsSoonAfterOne) {
   EXPECT_EQ(reads(), 2U);
 }
 
-TEST_F(CounterTest, RewritingRowsWhilePollingKeepsTheInterval) {
+// While polling runs: a write after which exactly one counter is active
+// brings the next run to 0.1 s from then; any other keeps the interval.
+enum class Write { clearOnlyActive, reactivateOnlyActive, inactiveBesideOnlyActive, secondActive, lastGoesInactive };
+
+class CounterRewriteTest : public CounterTest, public ::testing::WithParamInterface<Write> {};
+
+TEST_P(CounterRewriteTest, WriteLeavingExactlyOneActiveCounterPollsSoonOthersKeepTheInterval) {
   auto red = vrfConfig->configIs("red");
   startQuiet();
   sm->updateMfibCounter(a_, 7, true);
   am.runUntil(nextPoll());
   Vex::Seconds const next = nextPoll();
   am.advanceBy(0.5);
-  red->clearCounterRouteIs(a_, 1);       // the only active row is rewritten
-  sm->updateMfibCounter(b_, 0, false);   // an inactive row beside one active
-  EXPECT_EQ(row(a_).value(), 0);
-  EXPECT_DOUBLE_EQ(nextPoll(), next);
+  bool soon = true;
+  switch (GetParam()) {
+    case Write::clearOnlyActive:
+      red->clearCounterRouteIs(a_, 1);
+      EXPECT_EQ(row(a_).value(), 0);
+      break;
+    case Write::reactivateOnlyActive: sm->setMfibCounterActive(a_, true); break;
+    case Write::inactiveBesideOnlyActive: sm->updateMfibCounter(b_, 0, false); break;
+    case Write::secondActive:
+      sm->updateMfibCounter(b_, 0, true);
+      soon = false;
+      break;
+    case Write::lastGoesInactive:
+      sm->setMfibCounterActive(a_, false);
+      soon = false;
+      break;
+  }
+  EXPECT_DOUBLE_EQ(nextPoll(), soon ? am.now() + 0.1 : next);
+}
+
+INSTANTIATE_TEST_SUITE_P(Writes, CounterRewriteTest,
+                         ::testing::Values(Write::clearOnlyActive, Write::reactivateOnlyActive,
+                                           Write::inactiveBesideOnlyActive, Write::secondActive,
+                                           Write::lastGoesInactive),
+                         [](auto const& info) {
+                           switch (info.param) {
+                             case Write::clearOnlyActive: return "ClearOfTheOnlyActiveRow";
+                             case Write::reactivateOnlyActive: return "ActiveChangeRewritingTheOnlyActiveRow";
+                             case Write::inactiveBesideOnlyActive: return "InactiveRowBesideTheOnlyActiveOne";
+                             case Write::secondActive: return "SecondActiveRow";
+                             case Write::lastGoesInactive: return "LastActiveRowGoingInactive";
+                           }
+                           return "";
+                         });
+
+TEST_F(CounterTest, ReadsOfTheOnlyActiveCounterKeepTheCadenceOfPollingRuns) {
+  startQuiet();
+  sm->updateMfibCounter(a_, 0, true);
+  helper->counterReads[a_.pretty()] = 5;
+  Vex::Seconds run = nextPoll();
+  for (int i = 0; i < 3; ++i) {
+    am.runUntil(run);
+    // The run's own update asked for a run 0.1 s later; the run then re-armed at its interval.
+    EXPECT_DOUBLE_EQ(nextPoll(), run + 2.0);
+    run = nextPoll();
+  }
+  EXPECT_EQ(reads(), 3U);
+  EXPECT_EQ(row(a_).value(), 15);
 }
 
 // ---- capacity ----------------------------------------------------------------------
