@@ -34,13 +34,19 @@
 //       {"at": 1, "do": "addRoutes", "set": "channels"},
 //       {"at": 2, "do": "traffic", "source": "10.0.0.1", "group": "239.1.1.1", "vlan": 100,
 //        "expect": ["Ethernet3.200", "Ethernet4.200"]},
+//       {"at": 2, "do": "traffic", "set": "channels", "source": "10.0.0.9", "expectForwarded": true},
 //       {"at": 3, "do": "interfaceDown", "interface": "Ethernet3"},
 //       {"at": 4, "do": "removeRoutes", "set": "channels", "count": 100},
-//       {"at": 5, "do": "config", "zombies": false},
+//       {"at": 5, "do": "config", "zombies": false, "capacity": {"replicationEntries": 8192}},
 //       {"at": 6, "do": "fault", "chip": 0, "table": "replication", "failNext": 2},
 //       {"at": 7, "do": "restart"}],
 //     "end": 20
 //   }
+//
+// Traffic for a set sends one flow per route, on its accepting VLAN, from the
+// event's "source" for each route whose source prefix holds it, else from an
+// address the route's source prefix holds. A capacity change leaves the sizes
+// it does not name as the chip has them.
 #include <string>
 #include <string_view>
 

@@ -110,8 +110,9 @@ void ActivityManager::deferredCancel(NotifieeBase* n) {
 // began, so a reactor that keeps re-queueing itself cannot hold the loop.
 bool ActivityManager::runDeferred() {
   bool ran = false;
-  std::size_t const end = deferred_.size();
-  while (deferredHead_ < end) {
+  // Counted rather than bounded by position: a handler that runs the loop
+  // itself consumes entries and moves the head.
+  for (std::size_t left = deferred_.size() - deferredHead_; left > 0 && deferredHead_ < deferred_.size(); --left) {
     Deferred d = std::move(deferred_[deferredHead_++]);
     if (!d.notifiee) continue;  // cancelled; its key went with it
     deferredKeys_.erase(d.key);

@@ -81,6 +81,15 @@ INSTANTIATE_TEST_SUITE_P(
                     EXPECT_EQ(runner.chip().routes(0).begin()->second.oifSetIndex, ReferenceChip::kNowhereIndex);
                     EXPECT_EQ(runner.chip().failNextAllocations(0, ReferenceChip::Table::replication), 5u);
                   }},
+        FaultCase{"no-outputs-freed-together.json",
+                  [](SimRunner& runner, SimReport const& r) {
+                    EXPECT_EQ(r.packetsForwarded, 6u);
+                    EXPECT_EQ(r.copies, 0u);
+                    EXPECT_EQ(r.allocations, 0u);
+                    EXPECT_EQ(r.entriesInUse, 0u);
+                    EXPECT_TRUE(runner.agent().switchAt(0).zombieOifSet().empty());
+                    EXPECT_EQ(r.zombiesEntered, 0u);
+                  }},
         FaultCase{"parked-route-back-on-bound-entry.json",
                   [](SimRunner&, SimReport const& r) {
                     EXPECT_EQ(r.peakRoutesParked, 1u);
