@@ -13,12 +13,6 @@ namespace {
 
 using Routing::Multicast::Fib::IpGenRouteKey;
 
-// Content that the switch programs through an entry of its own per route,
-// never shared nor counted in its index bookkeeping.
-bool unshared(MrouteLib::PortVlanSet const& pvs) {
-  return pvs.portVlanSize() == 0 && pvs.portVlanFrrSize() == 0 && pvs.natVlanSize() == 0;
-}
-
 std::string chipPrefix(std::uint32_t chip) { return "chip " + std::to_string(chip) + ": "; }
 
 bool down(Interface::EthIntfStatusDir const& dir, Netcore::IntfId intf) {
@@ -75,7 +69,7 @@ std::vector<std::string> InvariantChecker::check(SimAgent const& agent, DesiredR
     absl::btree_set<std::uint32_t> shared;
     auto note = [&](Fal::MtableOifSet const& set) {
       live.insert(set.oifSetIndex());
-      if (!set.oifSet() || !unshared(set.oifSet()->portVlanSet())) shared.insert(set.oifSetIndex());
+      if (!set.oifSet() || !set.oifSet()->portVlanSet().reachesNoPort()) shared.insert(set.oifSetIndex());
     };
     for (auto const& [handle, route] : sw.routes()) {
       if (auto const& set = route->mtableOifSet()) note(*set);

@@ -365,7 +365,7 @@ std::uint32_t ReferenceChip::programEntry(std::uint32_t switchId, std::uint32_t 
     return oifSetIndex;
   }
   auto const& pvs = oifSet->portVlanSet();
-  if (pvs.portVlanSize() == 0 && pvs.portVlanFrrSize() == 0 && pvs.natVlanSize() == 0) {
+  if (pvs.reachesNoPort()) {
     std::uint32_t const index = pvs.toCpu() ? kCpuOnlyIndex : kNowhereIndex;
     SIM_TRACE(6, "chip " << switchId << " gave oifSetIndex " << index << " (no port): " << oifSet->pretty());
     return index;

@@ -240,7 +240,7 @@ void MrouteSwitch::doAllocateMtableOifSet(Vex::Ptr<MrouteLib::OifSet const> oifS
   auto const& pvs = oifSet->portVlanSet();
   FAL_SYNC_TRACE(2, "doAllocateMtableOifSet" << ", PortVlanSet: " << pvs.pretty());
   oifSetResultIs(nullptr);
-  if (pvs.portVlanSize() == 0 && pvs.portVlanFrrSize() == 0 && pvs.natVlanSize() == 0) {
+  if (pvs.reachesNoPort()) {
     std::uint32_t const oifSetIndex = mrouteHelper_->doAllocateMtableOifSet(switchId(), 0, oifSet);
     VEX_ASSERT(oifSetIndex != invalidOifSetIndex());
     FAL_SYNC_TRACE(2, "Empty port vlan set. OifSetIndex: " << oifSetIndex);

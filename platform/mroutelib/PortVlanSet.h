@@ -84,6 +84,10 @@ class PortVlanSet {
   // No output of any kind: no port-VLANs, no FRR outputs, no NAT VLANs and
   // nothing to the CPU.
   bool empty() const { return portVlan_.empty() && portVlanFrr_.empty() && natVlan_.empty() && !toCpu_; }
+  // No output to any port: no port-VLANs, no FRR outputs, no NAT VLANs (a
+  // copy to the CPU may remain). A chip programs such a set without an entry
+  // of its own, so it is never shared nor refused.
+  bool reachesNoPort() const { return portVlan_.empty() && portVlanFrr_.empty() && natVlan_.empty(); }
 
   // A hash of the content (every field but the saved hash), well mixed in
   // all bits so it can key a hash table as it is.
