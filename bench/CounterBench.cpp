@@ -56,9 +56,10 @@ struct CounterWorld {
   Vex::Ptr<Ip::Status> ipStatus = Vex::make<Ip::Status>();
   Vex::Ptr<Routing::Multicast::Fib::VrfEnabledStatus> enabledStatus =
       Vex::make<Routing::Multicast::Fib::VrfEnabledStatus>();
-  Vex::Ptr<Routing::Multicast::Fib::CounterStatus> counterStatus = Vex::make<Routing::Multicast::Fib::CounterStatus>();
+  Vex::Ptr<Routing::Multicast::Fib::CounterStatus> counterStatus =
+      Vex::make<Routing::Multicast::Fib::CounterStatus>(kCounters + 16);
   Vex::Ptr<Routing::Multicast::Fib::CounterStatusCtl> counterCtl =
-      Vex::make<Routing::Multicast::Fib::CounterStatusCtl>(kCounters + 16);
+      Vex::make<Routing::Multicast::Fib::CounterStatusCtl>(counterStatus);
   Vex::Ptr<NoopHooks> noop;
   Vex::Ptr<FalHelper::MrouteSmHelper> helper;
   Vex::Ptr<Fal::MrouteSm> sm;

@@ -1,8 +1,19 @@
 #include "platform/fib/CounterStatusCtl.h"
 
+#include "platform/fib/CounterStatus.h"
 #include "platform/vex/Assert.h"
 
 namespace Routing::Multicast::Fib {
+
+CounterStatusCtl::CounterStatusCtl(Vex::Ptr<CounterStatus> const& status) : published_(status), capacity_(status->capacity()) {
+  publish();
+}
+
+CounterStatusCtl::~CounterStatusCtl() = default;
+
+void CounterStatusCtl::publish() const {
+  if (published_) published_->ctlRecordIs({currSize_, currActive_, capacity_});
+}
 
 // A count driven below zero means a row was removed twice or never counted:
 // the published table and its control record disagree, which readers cannot
