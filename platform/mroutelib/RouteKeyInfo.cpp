@@ -2,24 +2,19 @@
 
 namespace MrouteLib {
 
+namespace {
+constexpr char kStrep[] =
+    "Value('MrouteLib::RouteKeyInfo', ** {'vrfId': %s, 'routeKeyType': %s, 'acceptingVlan': %s, 'bridge': %s, "
+    "'fastdrop': %s})";
+}  // namespace
+
 void strepOut(std::ostream& os, RouteKeyInfo const& k) {
-  os << "Value('MrouteLib::RouteKeyInfo', ** {'vrfId': " << Vex::strep(k.vrfId)
-     << ", 'routeKeyType': " << Vex::strep(k.routeKeyType) << ", 'bridge': " << Vex::strep(k.bridge)
-     << ", 'fastdrop': " << Vex::strep(k.fastdrop) << "})";
+  Vex::strepFormat(os, kStrep, k.vrfId, k.routeKeyType, k.acceptingVlan, k.bridge, k.fastdrop);
 }
 
 RouteKeyInfo strepIn(Vex::StrepParser& p, Vex::StrepTag<RouteKeyInfo>) {
   RouteKeyInfo k;
-  p.expect("Value('MrouteLib::RouteKeyInfo', ** {");
-  p.expect("'vrfId': ");
-  k.vrfId = Vex::parseFrom<std::uint32_t>(p);
-  p.expect(", 'routeKeyType': ");
-  k.routeKeyType = Vex::parseFrom<std::uint8_t>(p);
-  p.expect(", 'bridge': ");
-  k.bridge = Vex::parseFrom<bool>(p);
-  p.expect(", 'fastdrop': ");
-  k.fastdrop = Vex::parseFrom<bool>(p);
-  p.expect("})");
+  Vex::strepScan(p, kStrep, k.vrfId, k.routeKeyType, k.acceptingVlan, k.bridge, k.fastdrop);
   return k;
 }
 

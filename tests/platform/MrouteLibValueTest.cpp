@@ -207,10 +207,15 @@ TEST(MrouteLibPortVlanSet, StrepRoundTripsEveryFieldAndPrettyNamesThem) {
 }
 
 TEST(MrouteLibRouteKeyInfo, StrepRoundTrips) {
-  RouteKeyInfo k{.vrfId = 70000, .routeKeyType = 2, .bridge = true, .fastdrop = false};
-  EXPECT_EQ(Vex::strep(k), "Value('MrouteLib::RouteKeyInfo', ** {'vrfId': 70000, 'routeKeyType': 2, 'bridge': True, "
-                           "'fastdrop': False})");
+  RouteKeyInfo k{.vrfId = 70000, .routeKeyType = 2, .acceptingVlan = Bridging::VlanIdOrNone(10), .bridge = true,
+                 .fastdrop = false};
+  EXPECT_EQ(Vex::strep(k), "Value('MrouteLib::RouteKeyInfo', ** {'vrfId': 70000, 'routeKeyType': 2, 'acceptingVlan': 10, "
+                           "'bridge': True, 'fastdrop': False})");
   EXPECT_EQ(Vex::parse<RouteKeyInfo>(Vex::strep(k)), k);
+  EXPECT_THROW(Vex::parse<RouteKeyInfo>("Value('MrouteLib::RouteKeyInfo', ** {'vrfId': 1, 'routeKeyType': 2, "
+                                        "'acceptingVlan': 4095, 'bridge': True, 'fastdrop': False})"),
+               Vex::RangeException)
+      << "the VLAN is checked on the way in";
 }
 
 }  // namespace

@@ -1,0 +1,7 @@
+#include "platform/mroutelib/AsyncSwitchChip.h"
+
+namespace MrouteLib {
+
+AsyncSwitchChip::~AsyncSwitchChip() = default;
+
+}  // namespace MrouteLib
