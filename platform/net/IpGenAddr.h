@@ -1,6 +1,7 @@
 #pragma once
 // An IPv4 or IPv6 address. Compact (17 bytes), totally ordered (IPv4 before
-// IPv6, then by bytes), hashable; text form "10.1.2.3" or "ff02::1".
+// IPv6, then by bytes), hashable; text form "10.1.2.3" or "ff02::1", and
+// "none" for the unknown-family address, so that it too reads back as itself.
 #include <array>
 #include <compare>
 #include <cstdint>
@@ -16,10 +17,12 @@ namespace Netcore {
 
 class IpGenAddr {
  public:
+  static constexpr std::string_view kNoneText = "none";
+
   IpGenAddr() = default;  // the unknown-family, all-zero address
   static IpGenAddr v4(std::uint32_t hostOrder);
   static IpGenAddr v6(std::array<std::uint8_t, 16> const& bytes);
-  // Parses "a.b.c.d" or an IPv6 text; throws Vex::ParseError naming the text.
+  // Parses "a.b.c.d", an IPv6 text or "none"; throws Vex::ParseError naming the text.
   explicit IpGenAddr(std::string_view text);
 
   AddressFamily af() const { return af_; }

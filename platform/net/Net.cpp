@@ -40,6 +40,7 @@ IpGenAddr IpGenAddr::v6(std::array<std::uint8_t, 16> const& bytes) {
 }
 
 IpGenAddr::IpGenAddr(std::string_view text) {
+  if (text == kNoneText) return;
   std::string s(text);
   if (s.find(':') != std::string::npos) {
     if (inet_pton(AF_INET6, s.c_str(), bytes_.data()) != 1) bad("an IPv6 address", text);
@@ -73,7 +74,7 @@ std::string IpGenAddr::stringValue() const {
   char buf[INET6_ADDRSTRLEN];
   if (isV4()) return inet_ntop(AF_INET, bytes_.data(), buf, sizeof buf);
   if (isV6()) return inet_ntop(AF_INET6, bytes_.data(), buf, sizeof buf);
-  return "0.0.0.0";
+  return std::string(kNoneText);
 }
 
 IpGenAddr IpGenAddr::masked(unsigned len) const {

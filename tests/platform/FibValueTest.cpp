@@ -51,7 +51,9 @@ INSTANTIATE_TEST_SUITE_P(
                       KeyCase{"v4Wildcard", IpGenRouteKey::wildcard(), RouteKeyType::ipv4Wildcard, "(*, 224.0.0.0/4)"},
                       KeyCase{"v6SG", key("2001:db8::1", "ff3e::8000:1"), RouteKeyType::ipv6SG, "(2001:db8::1, ff3e::8000:1)"},
                       KeyCase{"v6StarG", key("::/0", "ff3e::1"), RouteKeyType::ipv6StarG, "(*, ff3e::1)"},
-                      KeyCase{"v6Wildcard", IpGenRouteKey::wildcard6(), RouteKeyType::ipv6Wildcard, "(*, ff00::/8)"}),
+                      KeyCase{"v6Wildcard", IpGenRouteKey::wildcard6(), RouteKeyType::ipv6Wildcard, "(*, ff00::/8)"},
+                      // The default key of no family, which marks "no route".
+                      KeyCase{"none", IpGenRouteKey(), RouteKeyType::invalid, "(*, none)"}),
     [](auto const& info) { return std::string(info.param.name); });
 
 TEST(RouteKeyTest, StrepHasTheRegisteredTypeNameAndBothPrefixes) {
