@@ -35,9 +35,19 @@ class Entity : public RefCounted {
   ~Entity() override;
 
   template <class N, class... P, class... A>
-  void notify(void (N::*handler)(P...), A const&... args) const;
+  void notify(void (N::*handler)(P...), A const&... args) const {
+    deliver<false>(handler, args...);
+  }
+  // Delivers inside the mutator also to reactors that asked for deferred
+  // delivery: for handlers that must see the change before anything else runs.
+  template <class N, class... P, class... A>
+  void notifyImmediate(void (N::*handler)(P...), A const&... args) const {
+    deliver<true>(handler, args...);
+  }
 
  private:
+  template <bool kImmediate, class N, class... P, class... A>
+  void deliver(void (N::*handler)(P...), A const&... args) const;
   void compact() const;
   template <class N, class... P, class... A>
   static std::string coalesceKey(NotifieeBase* n, void (N::*handler)(P...), A const&... args);
@@ -57,8 +67,8 @@ std::string Entity::coalesceKey(NotifieeBase* n, void (N::*handler)(P...), A con
   return os.str();
 }
 
-template <class N, class... P, class... A>
-void Entity::notify(void (N::*handler)(P...), A const&... args) const {
+template <bool kImmediate, class N, class... P, class... A>
+void Entity::deliver(void (N::*handler)(P...), A const&... args) const {
   if (!notifiees_ || notifiees_->empty()) return;
   // Holds the entity through delivery; not during construction, when nothing owns it yet.
   Ptr<Entity const> keepAlive(references() ? this : nullptr);
@@ -76,7 +86,7 @@ void Entity::notify(void (N::*handler)(P...), A const&... args) const {
       target = dynamic_cast<N*>(nb);
       if (!target) continue;
     }
-    if (nb->deferred_) {
+    if (!kImmediate && nb->deferred_) {
       detail::deferNotification(nb, coalesceKey(nb, handler, args...), [target, handler, args...] { (target->*handler)(args...); });
     } else {
       (target->*handler)(args...);
