@@ -1,6 +1,6 @@
 #include "model/MrouteSmHelper.h"
 
-#include <cstdlib>
+#include "model/RequiredHook.h"
 
 namespace FalHelper {
 
@@ -8,11 +8,6 @@ using Routing::Multicast::Fib::IpGenRouteKey;
 
 MrouteSmHelper::MrouteSmHelper(Vex::Name name) : Fal::FalBaseHelper(std::move(name)) {}
 MrouteSmHelper::~MrouteSmHelper() = default;
-
-void MrouteSmHelper::requiredHook() const {
-  if (std::getenv("FAL_NOOP_AGENT") != nullptr) return;
-  falAssert("This function must be implemented by derived class");
-}
 
 void MrouteSmHelper::mrouteInit(bool) { requiredHook(); }
 void MrouteSmHelper::handleMulticastRouting(bool) { requiredHook(); }

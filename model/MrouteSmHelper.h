@@ -146,9 +146,6 @@ class MrouteSmHelper : public Fal::FalBaseHelper {
   virtual void deleteOifSetCache(OifSetPtr oifSet);
 
  protected:
-  // The behaviour of a required hook left to the base: returns (the caller yields a
-  // neutral result) when FAL_NOOP_AGENT is set, stops the agent otherwise.
-  void requiredHook() const;
   void markDefault(OptionalHook h) { defaults_.set(static_cast<std::size_t>(h)); }
 
  private:
