@@ -113,8 +113,11 @@ void SimAgent::start() {
   inc->registry = Vex::make<MrouteLib::OifSetRegistry>();
   // The published counters belong to the agent that publishes them: a new
   // one starts an empty table and counts from there.
-  counterStatus_ = Vex::make<Routing::Multicast::Fib::CounterStatus>();
-  counterStatusCtl_ = Vex::make<Routing::Multicast::Fib::CounterStatusCtl>();
+  counterStatus_ = counterStatusName_.empty()
+                       ? Vex::make<Routing::Multicast::Fib::CounterStatus>()
+                       : Vex::make<Routing::Multicast::Fib::CounterStatus>(
+                             Memtab::CollectionControl::collectionControlIs(counterStatusName_, Memtab::Mode::writer));
+  counterStatusCtl_ = Vex::make<Routing::Multicast::Fib::CounterStatusCtl>(counterStatus_);
   // Routing comes up once the state machine and the counter status are
   // wired, so that the counters made when it comes up are published.
   hwStatus_->hwRoutingIs(false);

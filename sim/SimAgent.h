@@ -24,6 +24,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "platform/fal/FalCommonSmData.h"
@@ -111,6 +112,12 @@ class SimAgent {
   Interface::EthIntfStatusDir& ethIntfStatusDir() const { return *ethIntfStatusDir_; }
   IntfVlanId::Table const& intfVlanIdTable() const { return *intfVlanIdTable_; }
   Routing::Multicast::Fib::CounterStatus const& counterStatus() const { return *counterStatus_; }
+  // Publishes the counter status (rows and control record) from the next
+  // start() on under name, for readers in other processes; empty (the
+  // default) keeps it private. Each incarnation publishes a fresh table
+  // under the same name.
+  void counterStatusNameIs(std::string name) { counterStatusName_ = std::move(name); }
+  std::string const& counterStatusName() const { return counterStatusName_; }
   Fal::VerifyData& verifyData() const { return *verifyData_; }
 
   // Tells every chip's state machine that routes changed, as the route
@@ -151,6 +158,7 @@ class SimAgent {
   Vex::Ptr<Interface::AllIntfStatusLocalDir> allIntfStatusLocalDir_;
   Vex::Ptr<Routing::Multicast::Fib::CounterStatus> counterStatus_;
   Vex::Ptr<Routing::Multicast::Fib::CounterStatusCtl> counterStatusCtl_;
+  std::string counterStatusName_;
   Vex::Ptr<HwStatus> hwStatus_;
   Vex::Ptr<HwStatus> hw6Status_;
   std::unique_ptr<Incarnation> incarnation_;

@@ -85,6 +85,7 @@ void SimRunner::start() {
     };
   }
   agent_ = std::make_unique<SimAgent>(scenario_, chip_, std::move(linkFactory));
+  agent_->counterStatusNameIs(options_.counterStatusName);
   agent_->start();
   am_.runUntil(am_.now());
   check("start");

@@ -48,6 +48,9 @@ class SimRunner {
     std::function<void(std::string const&)> progress;
     double progressAfterWallSeconds = 3.0;
     double progressEveryWallSeconds = 2.0;
+    // The name under which the agent publishes its counter status for other
+    // processes (see SimAgent::counterStatusNameIs); empty: not published.
+    std::string counterStatusName;
   };
 
   explicit SimRunner(Scenario scenario);

@@ -4,10 +4,14 @@
 // Exit status: 0 when every invariant held and every traffic expectation was
 // met, 1 when one broke, 2 for a scenario that cannot be run.
 #include <CLI/CLI.hpp>
+#include <unistd.h>
 
+#include <chrono>
+#include <csignal>
 #include <iostream>
 #include <string>
 #include <system_error>
+#include <thread>
 
 #include "kernel/KernelNetns.h"
 #include "platform/vex/Trace.h"
@@ -25,8 +29,23 @@ constexpr char const* kDescription =
     "the library after every event, and prints a report: routes programmed, replication\n"
     "entries and their sharing, zombie reuse, full tables, fast-reroute convergence, aging,\n"
     "counters, traffic and the invariant verdict.\n\n"
+    "The agent publishes its route counters in shared memory under the name sim-<pid>\n"
+    "(/dev/shm/falmroute.sim-<pid>.counterStatus, printed at start); mroute-counters reads\n"
+    "them from another shell while this runs or lingers (--linger).\n\n"
     "Exit status: 0 all invariants hold, 1 one broke (or a traffic expectation failed),\n"
     "2 the scenario is bad (the message names the file, the field and what was expected).";
+
+volatile std::sig_atomic_t stopRequested = 0;
+void onSignal(int) { stopRequested = 1; }
+
+// Keeps the process, and what it publishes, alive for seconds of wall time;
+// Ctrl-C ends it early and still lets the published tables be removed.
+void linger(double seconds) {
+  std::signal(SIGINT, onSignal);
+  std::signal(SIGTERM, onSignal);
+  auto const until = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+  while (!stopRequested && std::chrono::steady_clock::now() < until) std::this_thread::sleep_for(std::chrono::milliseconds(50));
+}
 
 }  // namespace
 
@@ -42,6 +61,10 @@ int main(int argc, char** argv) {
                  "Trace setting, as in VEX_TRACE: HANDLE/LEVELS,... (e.g. FalMroute/0-5,MrouteLib/*,FalSim/*); "
                  "lines go to stderr");
   app.add_flag("-q,--quiet", quiet, "No progress lines; only the verdict line instead of the full report");
+  double lingerSeconds = 0;
+  app.add_option("--linger", lingerSeconds,
+                 "After the scenario, stay alive this many seconds with the counters still published")
+      ->check(CLI::NonNegativeNumber);
   try {
     app.parse(argc, argv);
   } catch (CLI::ParseError const& e) {
@@ -67,13 +90,22 @@ int main(int argc, char** argv) {
 
   FalSim::SimRunner::Options options;
   if (!quiet) options.progress = [](std::string const& line) { std::cerr << line << std::endl; };
+  std::string const published = "sim-" + std::to_string(::getpid());
+  options.counterStatusName = published + ".counterStatus";
   FalSim::SimRunner runner(std::move(scenario), std::move(options));
   FalSim::SimReport report;
   try {
+    runner.start();
+    auto const& control = *runner.agent().counterStatus().control();
+    if (control.published())
+      std::cerr << "mroute-sim: counters published as " << published << " (" << control.path() << ")" << std::endl;
+    else
+      std::cerr << "mroute-sim: counters " << control.error() << std::endl;
     report = runner.run();
   } catch (std::system_error const& e) {
     // Only the kernel backing meets the host: its namespace or devices could not be made.
-    std::cerr << "mroute-sim: " << scenarioPath << ": the kernel chips could not be set up: " << e.what() << '\n';
+    std::cerr << "mroute-sim: " << scenarioPath << ": the kernel chips could not be set up: " << e.what() << '
+';
     return kExitBadScenario;
   }
   if (json) {
@@ -82,6 +114,12 @@ int main(int argc, char** argv) {
     report.printVerdict(std::cout);
   } else {
     report.printHuman(std::cout);
+  }
+  if (lingerSeconds > 0) {
+    std::cout.flush();
+    std::cerr << "mroute-sim: lingering " << lingerSeconds << " s; read the counters with: mroute-counters --name "
+              << published << std::endl;
+    linger(lingerSeconds);
   }
   return report.ok() ? 0 : kExitBroken;
 }
