@@ -30,6 +30,7 @@
 
 #include "platform/memtab/Header.h"
 #include "platform/memtab/Seqtab.h"
+#include "platform/vex/Assert.h"
 #include "platform/vex/HashColl.h"
 
 namespace Memtab {
@@ -49,8 +50,11 @@ class Table {
   static_assert(std::is_trivially_copyable_v<Value> && std::is_trivially_copyable_v<Record>,
                 "rows and records are copied byte for byte between processes");
 
+  static constexpr std::uint32_t kMaxCapacity = 1U << 30;
+
   // Slots for capacity rows: a power of two, at least 4/3 of the capacity.
   static std::uint32_t slotCountFor(std::uint32_t capacity) {
+    VEX_ASSERT_MSG(capacity <= kMaxCapacity, "Memtab::Table capacity above 2^30 not allowed");
     std::uint64_t const need = std::uint64_t{capacity} + capacity / 3 + 1;
     std::uint64_t n = 8;
     while (n < need) n *= 2;
@@ -233,14 +237,17 @@ class Table {
   static constexpr std::uint32_t kRecordBytes = std::is_empty_v<Record> ? 0 : sizeof(Record);
   struct Slot {
     std::uint32_t seq;
-    std::uint32_t tag;  // 0: empty; else the hash's top half with the low bit set
+    std::uint32_t tag;  // 0: empty; else tagOf(the row's hash)
     std::uint64_t words[Seqtab::wordsFor(sizeof(Value))];
   };
 
   explicit Table(Header* h) : h_(h), slots_(reinterpret_cast<Slot*>(reinterpret_cast<char*>(h) + h->slotsOffset)) {}
 
   static std::uint64_t hashOf(Key const& key) { return Vex::mixHash(static_cast<std::uint64_t>(Traits::hash(key))); }
-  static std::uint32_t tagOf(std::uint64_t hash) { return static_cast<std::uint32_t>(hash >> 32) | 1U; }
+  // A row's tag is the low half of its hash with the top bit set: never 0
+  // (empty), and it holds the row's home slot (slotCount is at most 2^31),
+  // so moving rows back never needs to read or hash them.
+  static std::uint32_t tagOf(std::uint64_t hash) { return static_cast<std::uint32_t>(hash) | 0x80000000U; }
   std::uint32_t homeOf(std::uint64_t hash) const { return static_cast<std::uint32_t>(hash) & (h_->slotCount - 1); }
   std::uint32_t next(std::uint32_t i) const { return (i + 1) & (h_->slotCount - 1); }
   Slot& slot(std::uint32_t i) const { return slots_[i]; }
@@ -290,6 +297,13 @@ class Table {
     Seqtab::writeEnd(s.seq);
   }
 
+  void moveSlot(Slot& to, Slot const& from) {
+    Seqtab::writeBegin(to.seq);
+    for (std::size_t i = 0; i < Seqtab::wordsFor(sizeof(Value)); ++i) Seqtab::store(to.words[i], Seqtab::load(from.words[i]));
+    Seqtab::store(to.tag, Seqtab::load(from.tag));
+    Seqtab::writeEnd(to.seq);
+  }
+
   void clearSlot(Slot& s) {
     Seqtab::writeBegin(s.seq);
     Seqtab::store(s.tag, 0U);
@@ -305,16 +319,14 @@ class Table {
       Slot& s = slot(j);
       std::uint32_t const t = Seqtab::load(s.tag);
       if (t == 0) break;
-      Value v;
-      Seqtab::loadWords(v, s.words);
-      std::uint32_t const home = homeOf(hashOf(Traits::key(v)));
+      std::uint32_t const home = homeOf(t);
       bool const stays = hole <= j ? (hole < home && home <= j) : (hole < home || home <= j);
       if (stays) continue;
       if (!moving) {
         Seqtab::writeBegin(h_->layoutSeq);
         moving = true;
       }
-      writeSlot(slot(hole), t, v);
+      moveSlot(slot(hole), s);
       hole = j;
     }
     clearSlot(slot(hole));
