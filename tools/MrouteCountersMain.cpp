@@ -6,7 +6,6 @@
 #include <CLI/CLI.hpp>
 
 #include <chrono>
-#include <csignal>
 #include <iostream>
 #include <string>
 #include <thread>
@@ -28,14 +27,6 @@ constexpr char const* kDescription =
     "and /dev/shm/falmroute.B.counterKeyMap; mroute-sim uses B = sim-<its pid> and prints it.\n"
     "Without --name, the one agent that publishes counters on this machine is read.\n\n"
     "Exit status: 0 printed, 1 nothing published, 2 bad usage.";
-
-volatile std::sig_atomic_t stopRequested = 0;
-void onSignal(int) { stopRequested = 1; }
-
-void sleepFor(double seconds) {
-  auto const until = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-  while (!stopRequested && std::chrono::steady_clock::now() < until) std::this_thread::sleep_for(std::chrono::milliseconds(20));
-}
 
 }  // namespace
 
@@ -106,11 +97,10 @@ int main(int argc, char** argv) {
     return 0;
   }
 
-  std::signal(SIGINT, onSignal);
-  std::signal(SIGTERM, onSignal);
+  // A reader leaves nothing behind: Ctrl-C may end it anywhere.
   unsigned printed = 0;
   bool waitingSaid = false;
-  for (bool changed = true; !stopRequested; changed = counters.refresh()) {
+  for (bool changed = true;; changed = counters.refresh()) {
     if (!counters.anyPublished()) {
       if (!waitingSaid) std::cerr << "mroute-counters: waiting for counters under " << base << '\n';
       waitingSaid = true;
@@ -119,7 +109,7 @@ int main(int argc, char** argv) {
       print();
       if (count != 0 && ++printed >= count) break;
     }
-    sleepFor(interval);
+    std::this_thread::sleep_for(std::chrono::duration<double>(interval));
   }
   return 0;
 }
