@@ -33,7 +33,7 @@ std::string line(char const* format, auto... args) {
 }
 
 std::string whyNot(Memtab::CollectionControl const& control) {
-  return control.error().empty() ? std::string("not published") : "not published: " + control.error();
+  return control.error().empty() ? std::string("not published") : std::string("not published: ") + control.error();
 }
 
 }  // namespace

@@ -29,8 +29,8 @@ class PublishedCounters {
   PublishedCounters& operator=(PublishedCounters const&) = delete;
 
   std::string const& base() const { return base_; }
-  std::string counterStatusName() const { return base_ + std::string(kCounterStatusSuffix); }
-  std::string counterKeyMapName() const { return base_ + std::string(kCounterKeyMapSuffix); }
+  std::string counterStatusName() const { return base_ + kCounterStatusSuffix.data(); }
+  std::string counterKeyMapName() const { return base_ + kCounterKeyMapSuffix.data(); }
 
   Routing::Multicast::Fib::CounterStatus const& counterStatus() const { return *counterStatus_; }
   Fal::Mroute::MrouteCounterKeyMapTable const& counterKeyMap() const { return *counterKeyMap_; }

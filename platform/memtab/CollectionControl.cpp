@@ -47,7 +47,7 @@ void* CollectionControl::mappingIs(std::size_t bytes) {
     if (!segment_.mapped()) {
       std::string why = std::move(error_);
       segment_ = Segment::anonymous(bytes, &error_);
-      error_ = "not published (" + why + "); the table is private to this process";
+      error_ = std::string("not published (") + why + "); the table is private to this process";
     }
   }
   mountStatusIs(segment_.mapped() ? MountStatus::mounted : MountStatus::unmounted);

@@ -9,7 +9,11 @@ namespace {
 
 constexpr std::uint64_t roundUp(std::uint64_t n, std::uint64_t to) { return (n + to - 1) / to * to; }
 
-std::string quoted(std::string_view s) { return "'" + std::string(s) + "'"; }
+std::string quoted(std::string_view s) {
+  std::string out(1, '\'');
+  out.append(s).push_back('\'');
+  return out;
+}
 
 }  // namespace
 
@@ -44,25 +48,25 @@ Header const* headerAttach(void const* segment, std::size_t bytes, Shape const& 
     return nullptr;
   }
   if (h->layoutVersion != kLayoutVersion) {
-    *error = "the table has layout version " + std::to_string(h->layoutVersion) + ", this program reads version " +
+    *error = std::string("the table has layout version ") + std::to_string(h->layoutVersion) + ", this program reads version " +
              std::to_string(kLayoutVersion);
     return nullptr;
   }
   std::string_view const held(h->typeName, strnlen(h->typeName, kTypeNameBytes));
   if (held != expected.typeName) {
-    *error = "the table holds " + quoted(held) + " rows, not " + quoted(expected.typeName);
+    *error = std::string("the table holds ") + quoted(held) + " rows, not " + quoted(expected.typeName);
     return nullptr;
   }
   Shape const shape{held, h->valueBytes, h->recordBytes, h->slotBytes, h->capacity, h->slotCount};
   if (h->valueBytes != expected.valueBytes || h->recordBytes != expected.recordBytes || h->slotBytes != expected.slotBytes) {
-    *error = "the table's rows of " + quoted(held) + " have another size (" + std::to_string(h->valueBytes) +
+    *error = std::string("the table's rows of ") + quoted(held) + " have another size (" + std::to_string(h->valueBytes) +
              " bytes) than this program's (" + std::to_string(expected.valueBytes) + " bytes)";
     return nullptr;
   }
   bool const powerOfTwo = h->slotCount != 0 && (h->slotCount & (h->slotCount - 1)) == 0;
   if (!powerOfTwo || h->capacity >= h->slotCount || h->recordOffset != shape.recordOffset() ||
       h->slotsOffset != shape.slotsOffset() || h->totalBytes != shape.totalBytes() || h->totalBytes > bytes) {
-    *error = "the table's header is inconsistent with its size (" + std::to_string(bytes) + " bytes)";
+    *error = std::string("the table's header is inconsistent with its size (") + std::to_string(bytes) + " bytes)";
     return nullptr;
   }
   return h;

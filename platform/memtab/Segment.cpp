@@ -53,7 +53,7 @@ bool nameValid(std::string_view name, std::string* why) {
   return true;
 }
 
-std::string shmName(std::string_view name) { return "/" + std::string(kShmPrefix) + std::string(name); }
+std::string shmName(std::string_view name) { return std::string("/") + std::string(kShmPrefix) + std::string(name); }
 
 std::string shmPath(std::string_view name) { return std::string(kShmDir) + std::string(kShmPrefix) + std::string(name); }
 
@@ -88,7 +88,7 @@ Segment Segment::create(std::string_view name, std::size_t bytes, OwnerPid owner
   if (fd < 0 && errno == EEXIST) {
     int const owner = currentOwner(object, ownerPid);
     if (owner != ::getpid() && processAlive(owner)) {
-      *error = "a writer (pid " + std::to_string(owner) + ") already publishes " + shmPath(name);
+      *error = std::string("a writer (pid ") + std::to_string(owner) + ") already publishes " + shmPath(name);
       return s;
     }
     ::shm_unlink(object.c_str());
@@ -125,12 +125,12 @@ Segment Segment::open(std::string_view name, std::string* error) {
   if (!nameValid(name, error)) return s;
   int fd = ::shm_open(shmName(name).c_str(), O_RDONLY, 0);
   if (fd < 0) {
-    *error = errno == ENOENT ? "nothing is published under " + shmPath(name) : describe("cannot open", name, errno);
+    *error = errno == ENOENT ? std::string("nothing is published under ") + shmPath(name) : describe("cannot open", name, errno);
     return s;
   }
   struct stat st {};
   if (::fstat(fd, &st) != 0 || st.st_size <= 0) {
-    *error = "nothing is published yet under " + shmPath(name) + " (empty segment)";
+    *error = std::string("nothing is published yet under ") + shmPath(name) + " (empty segment)";
     ::close(fd);
     return s;
   }
