@@ -46,9 +46,11 @@ void printHuman(std::ostream& os, PublishedCounters const& c) {
     os << whyNot(*status.control()) << '\n';
   } else {
     auto const ctl = status.ctlRecord();
-    os << ctl.currSize << " rows of " << ctl.capacity << ", " << ctl.currActive << " active\n";
+    auto const rows = counterRows(c);
+    os << rows.size() << " rows (control record: size " << ctl.currSize << ", active " << ctl.currActive << ", capacity "
+       << ctl.capacity << ")\n";
     os << line("    %-44s %20s %14s  %s\n", "route", "value", "updated (s)", "active");
-    for (Counter const& row : counterRows(c)) {
+    for (Counter const& row : rows) {
       os << line("    %-44s %20" PRId64 " %14.6f  %s\n", row.routeKey().pretty().c_str(), row.value(), row.updateTime(),
                  row.active() ? "yes" : "no");
     }

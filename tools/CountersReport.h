@@ -7,8 +7,8 @@
 
 namespace FalTools {
 
-// The counter status (size, active count, capacity and each row: route,
-// value, update time, active) and the counter key map (each route with its
+// The counter status (the rows it holds, its control record's size, active
+// count and capacity, and each row: route, value, update time, active) and the counter key map (each route with its
 // VRF and counter key), rows in route order; a table that is not published
 // says why.
 void printHuman(std::ostream& os, PublishedCounters const& counters);

@@ -72,7 +72,7 @@ TEST_F(MrouteCountersTest, TableShowsCountsAndRowsInRouteOrder) {
   std::string const shm = "/dev/shm/falmroute." + base_;
   EXPECT_EQ(os.str(),
             "Counters published as " + base_ + "\n"
-            "  counter status (" + shm + ".counterStatus): 2 rows of 64, 1 active\n"
+            "  counter status (" + shm + ".counterStatus): 2 rows (control record: size 2, active 1, capacity 64)\n"
             "    route                                                       value    updated (s)  active\n"
             "    (10.0.0.1, 239.1.1.1)                                          20       2.000000  no\n"
             "    (10.0.0.2, 239.1.1.1)                                        1500       4.250000  yes\n"
