@@ -47,8 +47,8 @@ std::string asText(Arg const& a) {
       a.value());
 }
 
-// One conversion: spec is "%" flags width precision (without the letter).
-std::string convert(std::string spec, char letter, Arg const& a) {
+// One conversion: directive is "%", flags, width and precision (without the letter).
+std::string convert(std::string directive, char letter, Arg const& a) {
   char buf[128];
   auto const& v = a.value();
   switch (letter) {
@@ -74,11 +74,11 @@ std::string convert(std::string spec, char letter, Arg const& a) {
         return asText(a);
       }
       if (isSigned) {
-        spec += PRId64;
-        std::snprintf(buf, sizeof buf, spec.c_str(), s);
+        directive += PRId64;
+        std::snprintf(buf, sizeof buf, directive.c_str(), s);
       } else {
-        spec += letter == 'u' ? PRIu64 : letter == 'x' ? PRIx64 : PRIX64;
-        std::snprintf(buf, sizeof buf, spec.c_str(), u);
+        directive += letter == 'u' ? PRIu64 : letter == 'x' ? PRIx64 : PRIX64;
+        std::snprintf(buf, sizeof buf, directive.c_str(), u);
       }
       return buf;
     }
@@ -94,16 +94,16 @@ std::string convert(std::string spec, char letter, Arg const& a) {
         d = *f;
       else
         return asText(a);
-      spec += letter;
-      std::snprintf(buf, sizeof buf, spec.c_str(), d);
+      directive += letter;
+      std::snprintf(buf, sizeof buf, directive.c_str(), d);
       return buf;
     }
     default: {  // 's'
-      spec += 's';
+      directive += 's';
       std::string const text = asText(a);
-      int const n = std::snprintf(nullptr, 0, spec.c_str(), text.c_str());
+      int const n = std::snprintf(nullptr, 0, directive.c_str(), text.c_str());
       std::string out(static_cast<std::size_t>(std::max(n, 0)), '\0');
-      std::snprintf(out.data(), out.size() + 1, spec.c_str(), text.c_str());
+      std::snprintf(out.data(), out.size() + 1, directive.c_str(), text.c_str());
       return out;
     }
   }
@@ -126,13 +126,13 @@ std::string formatText(std::string_view format, std::vector<Arg> const& args) {
       i = j;
       continue;
     }
-    std::string spec = "%";
-    while (j < format.size() && std::string_view("-+ #0").find(format[j]) != std::string_view::npos) spec += format[j++];
-    for (int digits = 0; j < format.size() && format[j] >= '0' && format[j] <= '9' && digits < 3; ++digits) spec += format[j++];
+    std::string directive = "%";
+    while (j < format.size() && std::string_view("-+ #0").find(format[j]) != std::string_view::npos) directive += format[j++];
+    for (int digits = 0; j < format.size() && format[j] >= '0' && format[j] <= '9' && digits < 3; ++digits) directive += format[j++];
     if (j < format.size() && format[j] == '.') {
-      spec += format[j++];
+      directive += format[j++];
       for (int digits = 0; j < format.size() && format[j] >= '0' && format[j] <= '9' && digits < 2; ++digits)
-        spec += format[j++];
+        directive += format[j++];
     }
     char const letter = j < format.size() ? format[j] : '\0';
     if (std::string_view("diuxXfegs").find(letter) == std::string_view::npos || letter == '\0') {
@@ -140,7 +140,7 @@ std::string formatText(std::string_view format, std::vector<Arg> const& args) {
       i = j;
       continue;
     }
-    out += next < args.size() ? convert(spec, letter, args[next]) : std::string("<missing>");
+    out += next < args.size() ? convert(directive, letter, args[next]) : std::string("<missing>");
     ++next;
     i = j;
   }
