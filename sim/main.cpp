@@ -40,7 +40,7 @@ void onSignal(int) { stopRequested = 1; }
 
 // Keeps the process, and what it publishes, alive for seconds of wall time;
 // Ctrl-C ends it early and still lets the published tables be removed.
-void linger(double seconds) {
+void lingerFor(double seconds) {
   std::signal(SIGINT, onSignal);
   std::signal(SIGTERM, onSignal);
   auto const until = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
@@ -104,8 +104,7 @@ int main(int argc, char** argv) {
     report = runner.run();
   } catch (std::system_error const& e) {
     // Only the kernel backing meets the host: its namespace or devices could not be made.
-    std::cerr << "mroute-sim: " << scenarioPath << ": the kernel chips could not be set up: " << e.what() << '
-';
+    std::cerr << "mroute-sim: " << scenarioPath << ": the kernel chips could not be set up: " << e.what() << '\n';
     return kExitBadScenario;
   }
   if (json) {
@@ -119,7 +118,7 @@ int main(int argc, char** argv) {
     std::cout.flush();
     std::cerr << "mroute-sim: lingering " << lingerSeconds << " s; read the counters with: mroute-counters --name "
               << published << std::endl;
-    linger(lingerSeconds);
+    lingerFor(lingerSeconds);
   }
   return report.ok() ? 0 : kExitBroken;
 }
