@@ -4,6 +4,8 @@
 
 #include <cstring>
 
+#include "platform/memtab/Segment.h"
+
 namespace Memtab {
 namespace {
 
@@ -77,6 +79,8 @@ int headerOwnerPid(void const* segment, std::size_t bytes) {
   if (bytes < sizeof(Header) || Seqtab::load(h->magic, std::memory_order_acquire) != kMagic) return 0;
   return h->writerPid;
 }
+
+bool headerWriterAlive(Header const& h) { return processAlive(h.writerPid); }
 
 void headerStateIs(Header& h, std::uint32_t bit, bool on) {
   std::uint32_t const now = Seqtab::load(h.state);

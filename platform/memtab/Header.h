@@ -68,6 +68,8 @@ Header* headerFormat(void* segment, Shape const& shape);
 Header const* headerAttach(void const* segment, std::size_t bytes, Shape const& expected, std::string* error);
 // The writer's pid recorded in a segment, 0 when it has no valid header.
 int headerOwnerPid(void const* segment, std::size_t bytes);
+// Whether the process that wrote the header still runs.
+bool headerWriterAlive(Header const& h);
 
 inline std::uint32_t headerState(Header const& h) { return Seqtab::load(h.state, std::memory_order_acquire); }
 void headerStateIs(Header& h, std::uint32_t bit, bool on);

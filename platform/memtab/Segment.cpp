@@ -17,8 +17,6 @@ std::string describe(std::string_view what, std::string_view name, int err) {
   return std::string(what) + " " + shmPath(name) + ": " + std::strerror(err);
 }
 
-bool processAlive(int pid) { return pid > 0 && (::kill(pid, 0) == 0 || errno == EPERM); }
-
 // The pid recorded in the segment now under name, or 0 when there is none
 // that can be read.
 int currentOwner(std::string const& object, Segment::OwnerPid ownerPid) {
@@ -38,6 +36,8 @@ int currentOwner(std::string const& object, Segment::OwnerPid ownerPid) {
 }
 
 }  // namespace
+
+bool processAlive(int pid) { return pid > 0 && (::kill(pid, 0) == 0 || errno == EPERM); }
 
 bool nameValid(std::string_view name, std::string* why) {
   auto fail = [&](char const* text) {

@@ -36,6 +36,8 @@ bool nameValid(std::string_view name, std::string* why = nullptr);
 std::string shmName(std::string_view name);
 // "/dev/shm/falmroute.<name>", where the object shows in the file system.
 std::string shmPath(std::string_view name);
+// Whether a process of that id runs (a writer that published a segment).
+bool processAlive(int pid);
 
 class Segment {
  public:

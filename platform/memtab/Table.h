@@ -86,44 +86,43 @@ class Table {
 
   // ---- reading (any process) ----
 
+  // A reader whose writer died inside a write finds nothing (see retry()).
   std::optional<Value> find(Key const& key) const {
     std::uint64_t const hash = hashOf(key);
-    for (;;) {
+    for (std::uint32_t spins = 0;; ) {
       std::uint32_t const layout = Seqtab::readBegin(h_->layoutSeq);
-      if (layout & 1U) {
-        Seqtab::relax();
-        continue;
-      }
       std::optional<Value> found;
-      if (probe(key, hash, found) && Seqtab::readValid(h_->layoutSeq, layout)) return found;
+      if (!(layout & 1U) && probe(key, hash, found) && Seqtab::readValid(h_->layoutSeq, layout)) return found;
+      if (!retry(spins)) return std::nullopt;
     }
   }
 
-  // Every row, as one consistent picture of the table.
+  // Every row, as one consistent picture of the table (what could be read,
+  // when the writer died inside a write).
   std::vector<Value> snapshot() const {
     std::vector<Value> rows;
-    for (;;) {
+    for (std::uint32_t spins = 0;; ) {
       rows.clear();
       std::uint32_t const layout = Seqtab::readBegin(h_->layoutSeq);
-      if (layout & 1U) {
-        Seqtab::relax();
-        continue;
+      if (!(layout & 1U)) {
+        rows.reserve(size());
+        Value v;
+        for (std::uint32_t i = 0; i < h_->slotCount; ++i)
+          if (readSlot(i, v)) rows.push_back(v);
+        if (Seqtab::readValid(h_->layoutSeq, layout)) return rows;
       }
-      rows.reserve(size());
-      Value v;
-      for (std::uint32_t i = 0; i < h_->slotCount; ++i)
-        if (readSlot(i, v)) rows.push_back(v);
-      if (Seqtab::readValid(h_->layoutSeq, layout)) return rows;
+      if (!retry(spins)) return rows;
     }
   }
 
   Record record() const {
     Record r{};
     if constexpr (kRecordBytes > 0) {
-      for (;;) {
+      for (std::uint32_t spins = 0;; ) {
         std::uint32_t const seq = Seqtab::readBegin(h_->recordSeq);
         Seqtab::loadWords(r, recordWords());
         if (Seqtab::readValid(h_->recordSeq, seq)) break;
+        if (!retry(spins)) return Record{};
       }
     }
     return r;
@@ -255,14 +254,24 @@ class Table {
     return reinterpret_cast<std::uint64_t*>(reinterpret_cast<char*>(h_) + h_->recordOffset);
   }
 
-  // Reads slot i whole into v; false when it is empty.
+  // A reader's retry after meeting a write under way. The writer's writes are
+  // a few stores long, so a reader that keeps retrying asks now and then
+  // whether the writer still lives; one that died inside a write left its
+  // count odd for good, and the reader gives up (false) instead of spinning.
+  bool retry(std::uint32_t& spins) const {
+    Seqtab::relax();
+    return (++spins & 0xFFFFU) != 0 || headerWriterAlive(*h_);
+  }
+
+  // Reads slot i whole into v; false when it is empty (or cannot be read).
   bool readSlot(std::uint32_t i, Value& v) const {
     Slot const& s = slot(i);
-    for (;;) {
+    for (std::uint32_t spins = 0;; ) {
       std::uint32_t const seq = Seqtab::readBegin(s.seq);
       std::uint32_t const tag = Seqtab::load(s.tag);
       if (tag != 0) Seqtab::loadWords(v, s.words);
       if (Seqtab::readValid(s.seq, seq)) return tag != 0;
+      if (!retry(spins)) return false;
     }
   }
 

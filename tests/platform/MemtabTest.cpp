@@ -548,6 +548,33 @@ TEST_F(MemtabTest, ReaderOvertakenByMovingRowsStartsOverAndFindsTheRow) {
   EXPECT_EQ(table.size(), 1U);
 }
 
+// A writer that dies inside a write leaves a sequence count odd for good: a
+// reader must give up on what it cannot read instead of spinning for ever.
+TEST_F(MemtabTwoProcessTest, ReaderOfAWriterThatDiedInsideAWriteGivesUp) {
+  std::string const name = uniqueShmName("crashed");
+  pid_t const pid = ::fork();
+  if (pid == 0) {
+    Rows writer;
+    writer.controlIs(control(name, Mode::writer), 4);
+    writer.set(row(1, 1));
+    writer.recordIs(Stats{1, 1});
+    auto* h = static_cast<Memtab::Header*>(writer.control()->segment().data());
+    Seqtab::writeBegin(h->layoutSeq);  // moving rows, as a delete does...
+    Seqtab::writeBegin(h->recordSeq);
+    ::_exit(0);                        // ...when the process dies
+  }
+  ::waitpid(pid, nullptr, 0);
+  Rows reader;
+  reader.controlIs(control(name, Mode::reader), 0);
+  ASSERT_TRUE(reader.mounted());
+  EXPECT_EQ(reader.find(1), std::nullopt);
+  EXPECT_TRUE(reader.snapshot().empty());
+  EXPECT_EQ(reader.record(), Stats{});
+  Rows successor;
+  successor.controlIs(control(name, Mode::writer), 4);
+  EXPECT_TRUE(successor.control()->published()) << "the dead writer's segment is replaced";
+}
+
 TEST_F(MemtabTwoProcessTest, NameHeldByALiveWriterIsRefusedAndFreedWhenItDies) {
   std::string const name = uniqueShmName("owned");
   int ready[2], quit[2];
