@@ -1,7 +1,14 @@
 #include "platform/vex/ActivityManager.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cmath>
+#include <system_error>
 #include <thread>
+
+#include <sys/epoll.h>
+#include <time.h>
+#include <unistd.h>
 
 #include "platform/vex/Assert.h"
 
@@ -35,6 +42,21 @@ void Clock::timeMinIs(Seconds t) {
 
 void Clock::fire() { notify(&Notifiee::onTime); }
 
+FileDescriptor::~FileDescriptor() {
+  if (manager_) manager_->fileDescriptorGone(this);
+}
+
+void FileDescriptor::readInterestIs(bool interest) {
+  if (interest == readInterest_) return;
+  readInterest_ = interest;
+  if (manager_) manager_->watchIs(this, interest);
+}
+
+void FileDescriptor::fire() {
+  ++readableCount_;
+  notify(&Notifiee::onReadable);
+}
+
 ActivityManager::ActivityManager(std::unique_ptr<TimeSource> source) : source_(std::move(source)), previous_(currentManager) {
   currentManager = this;
 }
@@ -46,6 +68,8 @@ ActivityManager::~ActivityManager() {
   }
   for (std::size_t i = deferredHead_; i < deferred_.size(); ++i)
     if (auto* n = deferred_[i].notifiee) n->pendingDeferred_ = 0;
+  for (auto const& [id, f] : descriptors_) f->manager_ = nullptr;
+  if (epollFd_ >= 0) ::close(epollFd_);
   if (currentManager == this) currentManager = previous_;
 }
 
@@ -64,6 +88,43 @@ void ActivityManager::clockGone(Clock* c) {
   clocks_[c->slot_] = last;
   last->slot_ = c->slot_;
   clocks_.pop_back();
+}
+
+Ptr<FileDescriptor> ActivityManager::fileDescriptorNew(int fd) {
+  if (epollFd_ < 0) {
+    epollFd_ = ::epoll_create1(EPOLL_CLOEXEC);
+    if (epollFd_ < 0) throw std::system_error(errno, std::generic_category(), "epoll_create1");
+  }
+  Ptr<FileDescriptor> f(new FileDescriptor(this, fd, nextDescriptorId_++));
+  descriptors_.emplace(f->id_, f.get());
+  try {
+    watchIs(f.get(), true);
+  } catch (...) {
+    descriptors_.erase(f->id_);
+    f->manager_ = nullptr;
+    throw;
+  }
+  return f;
+}
+
+void ActivityManager::watchIs(FileDescriptor* f, bool watch) {
+  epoll_event ev{};
+  ev.events = EPOLLIN;
+  ev.data.u64 = f->id_;
+  if (::epoll_ctl(epollFd_, watch ? EPOLL_CTL_ADD : EPOLL_CTL_DEL, f->fd_, &ev) < 0) {
+    // A descriptor closed before its entity went is no longer in the set.
+    if (!watch && (errno == EBADF || errno == ENOENT)) {
+      --watched_;
+      return;
+    }
+    throw std::system_error(errno, std::generic_category(), watch ? "epoll_ctl add" : "epoll_ctl del");
+  }
+  watch ? ++watched_ : --watched_;
+}
+
+void ActivityManager::fileDescriptorGone(FileDescriptor* f) {
+  if (f->readInterest_) watchIs(f, false);
+  descriptors_.erase(f->id_);
 }
 
 void ActivityManager::schedule(Clock* c) {
@@ -128,6 +189,45 @@ bool ActivityManager::runDeferred() {
   return ran;
 }
 
+void ActivityManager::pollReady(Seconds t) {
+  if (watched_ == 0 || !ready_.empty()) return;
+  constexpr int kMaxEvents = 64;
+  epoll_event events[kMaxEvents];
+  timespec timeout{};
+  timespec* wait = &timeout;
+  if (!isFinite(t)) {
+    wait = nullptr;
+  } else {
+    Seconds const dt = std::max(0.0, t - now());
+    timeout.tv_sec = static_cast<time_t>(dt);
+    timeout.tv_nsec = static_cast<long>((dt - std::floor(dt)) * 1e9);
+  }
+  int const n = ::epoll_pwait2(epollFd_, events, kMaxEvents, wait, nullptr);
+  // EINTR: a signal not routed through a descriptor; the caller looks again.
+  for (int i = 0; i < n; ++i) ready_.push_back(events[i].data.u64);
+}
+
+// Each ready descriptor is served once per turn, in the order epoll gave
+// them; one that went (or lost interest) in an earlier handler is skipped.
+bool ActivityManager::runReadable() {
+  pollReady(now());
+  if (ready_.empty()) return false;
+  std::vector<std::uint64_t> ready;
+  ready.swap(ready_);
+  bool ran = false;
+  for (std::uint64_t id : ready) {
+    auto it = descriptors_.find(id);
+    if (it == descriptors_.end() || !it->second->readInterest_) continue;
+    Ptr<FileDescriptor> f(it->second);
+    Seconds start = now();
+    f->fire();
+    longestSlice_ = std::max(longestSlice_, now() - start);
+    ran = true;
+    runDeferred();
+  }
+  return ran;
+}
+
 bool ActivityManager::runOnce() {
   bool ran = runDeferred();
   Seconds t = now();
@@ -145,12 +245,16 @@ bool ActivityManager::runOnce() {
     ran = true;
     runDeferred();
   }
+  if (watched_ > 0 && runReadable()) ran = true;
   return ran;
 }
 
 void ActivityManager::waitUntil(Seconds t) {
+  ++waits_;
   if (source_->isVirtual()) {
     source_->advanceTo(t);
+  } else if (watched_ > 0) {
+    pollReady(t);
   } else if (isFinite(t)) {
     Seconds dt = t - now();
     if (dt > 0) std::this_thread::sleep_for(std::chrono::duration<double>(dt));
@@ -163,7 +267,11 @@ void ActivityManager::runUntil(Seconds t) {
     if (runOnce()) continue;
     Seconds next = nextTime();
     if (next > t) {
-      if (now() < t) waitUntil(t);
+      if (now() < t) {
+        // A real wait may end early, on a readable descriptor or a signal.
+        waitUntil(t);
+        if (!source_->isVirtual()) continue;
+      }
       if (nextTime() > now()) break;
       continue;
     }
@@ -171,12 +279,15 @@ void ActivityManager::runUntil(Seconds t) {
   }
 }
 
+// With the real source, watched descriptors keep the loop alive: it waits
+// for them even when no clock is armed.
 void ActivityManager::run() {
   stopped_ = false;
   while (!stopped_) {
     if (runOnce()) continue;
     Seconds next = nextTime();
-    if (!isFinite(next)) break;
+    bool const waitForDescriptors = watched_ > 0 && !source_->isVirtual();
+    if (!isFinite(next) && !waitForDescriptors) break;
     waitUntil(next);
   }
 }

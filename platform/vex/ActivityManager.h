@@ -24,6 +24,15 @@
 // - runUntil(t) never starts a turn once the current time is past t, whatever
 //   is due then: a run whose handlers charge time stops at its target, and
 //   what was due stays due for the next run.
+// - Descriptors (fileDescriptorNew): each turn ends by running the reactors
+//   of the descriptors that are readable, each followed by the deferred
+//   notifications it queued. When nothing is due, a loop on the monotonic
+//   source waits in epoll until the next clock or a readable descriptor,
+//   whichever comes first, so a real-time agent reacts to sockets and signals
+//   at once and burns no CPU while idle. With the virtual source nothing ever
+//   blocks: descriptors are only checked, and time still jumps to the next
+//   clock, so tests and the simulator run exactly as without descriptors.
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <set>
@@ -33,6 +42,7 @@
 #include <vector>
 
 #include "platform/vex/Clock.h"
+#include "platform/vex/FileDescriptor.h"
 #include "platform/vex/TimeSource.h"
 
 namespace Vex {
@@ -52,6 +62,9 @@ class ActivityManager {
   void advanceBy(Seconds dt) { source_->advanceTo(source_->now() + dt); }
 
   Ptr<Clock> clockNew();
+  // Watches fd for readability from now on (see FileDescriptor). Throws
+  // std::system_error when epoll refuses it.
+  Ptr<FileDescriptor> fileDescriptorNew(int fd);
 
   // One turn; returns whether anything ran.
   bool runOnce();
@@ -69,8 +82,12 @@ class ActivityManager {
   Seconds nextTime() const;
   std::size_t clocksScheduled() const { return schedule_.size(); }
   std::size_t deferredPending() const { return deferred_.size() - deferredHead_; }
-  // The longest single handler (clock or deferred delivery) run so far.
+  // The longest single handler (clock, descriptor or deferred delivery) run so far.
   Seconds longestSlice() const { return longestSlice_; }
+  // Descriptors watched now (with read interest).
+  std::size_t fileDescriptorsWatched() const { return watched_; }
+  // Times the loop went idle and waited (real time) or jumped (virtual time).
+  std::uint64_t waits() const { return waits_; }
 
   // Used by the framework itself.
   void schedule(Clock* c);
@@ -78,10 +95,16 @@ class ActivityManager {
   void deferredIs(NotifieeBase* n, std::string key, std::function<void()> fire);
   void deferredCancel(NotifieeBase* n);
   void clockGone(Clock* c);
+  void watchIs(FileDescriptor* f, bool watch);
+  void fileDescriptorGone(FileDescriptor* f);
 
  private:
   bool runDeferred();
+  bool runReadable();
   void waitUntil(Seconds t);
+  // Collects the ready descriptors into ready_, waiting at most until t
+  // (now: only checks; kNever: until one is ready).
+  void pollReady(Seconds t);
 
   std::unique_ptr<TimeSource> source_;
   ActivityManager* previous_;
@@ -98,6 +121,13 @@ class ActivityManager {
   // Keys of the deliveries waiting, for coalescing.
   std::unordered_set<std::string> deferredKeys_;
   std::vector<Clock*> clocks_;
+  int epollFd_ = -1;
+  std::unordered_map<std::uint64_t, FileDescriptor*> descriptors_;
+  std::uint64_t nextDescriptorId_ = 1;
+  std::size_t watched_ = 0;
+  // Ids of descriptors found ready and not yet served.
+  std::vector<std::uint64_t> ready_;
+  std::uint64_t waits_ = 0;
   Seconds longestSlice_ = 0;
   bool stopped_ = false;
 };
