@@ -3,11 +3,10 @@
 #include <cerrno>
 #include <system_error>
 
-#include <fcntl.h>
 #include <libmnl/libmnl.h>
-#include <sched.h>
 #include <sys/socket.h>
-#include <unistd.h>
+
+#include "kernel/netlink/NetnsScope.h"
 
 namespace FalKernel {
 
@@ -15,56 +14,21 @@ namespace {
 
 [[noreturn]] void fail(std::string const& what) { throw std::system_error(errno, std::generic_category(), what); }
 
-class Fd {
- public:
-  explicit Fd(int fd) : fd_(fd) {}
-  ~Fd() {
-    if (fd_ >= 0) ::close(fd_);
-  }
-  Fd(Fd const&) = delete;
-  Fd& operator=(Fd const&) = delete;
-  int get() const { return fd_; }
-
- private:
-  int fd_;
-};
-
-std::string netnsPath(std::string const& netns) { return netns.front() == '/' ? netns : "/var/run/netns/" + netns; }
-
 mnl_socket* openSocket() {
   mnl_socket* s = mnl_socket_open2(NETLINK_ROUTE, SOCK_NONBLOCK | SOCK_CLOEXEC);
   if (!s) fail("netlink socket");
   return s;
 }
 
-// The socket, made inside the namespace; the thread goes back to its own.
-mnl_socket* openIn(std::string const& netns) {
-  if (netns.empty()) return openSocket();
-  Fd own(::open("/proc/self/ns/net", O_RDONLY | O_CLOEXEC));
-  if (own.get() < 0) fail("open /proc/self/ns/net");
-  std::string const path = netnsPath(netns);
-  Fd target(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-  if (target.get() < 0) fail("open network namespace " + path);
-  if (::setns(target.get(), CLONE_NEWNET) < 0) fail("enter network namespace " + path);
-  mnl_socket* s = nullptr;
-  int err = 0;
-  s = mnl_socket_open2(NETLINK_ROUTE, SOCK_NONBLOCK | SOCK_CLOEXEC);
-  if (!s) err = errno;
-  if (::setns(own.get(), CLONE_NEWNET) < 0) {
-    if (s) mnl_socket_close(s);
-    fail("return to the agent's network namespace");
-  }
-  if (!s) {
-    errno = err;
-    fail("netlink socket in " + path);
-  }
-  return s;
-}
-
 }  // namespace
 
 std::unique_ptr<MnlChannel> MnlChannel::open(Options const& options) {
-  std::unique_ptr<MnlChannel> c(new MnlChannel(openIn(options.netns)));
+  mnl_socket* s;
+  {
+    NetnsScope in(options.netns);
+    s = openSocket();
+  }
+  std::unique_ptr<MnlChannel> c(new MnlChannel(s));
   if (mnl_socket_bind(c->socket_, 0, MNL_SOCKET_AUTOPID) < 0) fail("bind netlink socket");
   for (unsigned group : options.groups) {
     int g = static_cast<int>(group);

@@ -24,7 +24,7 @@ MrouteTranslator::Result MrouteTranslator::route(MfcEntry const& entry, LinkTabl
     r.skip = Skip::unresolved;
     return r;
   }
-  L3::VrfName const* vrf = map.vrf(entry.table);
+  L3::VrfName const* vrf = map.vrf(entry.af, entry.table);
   if (!vrf) {
     r.skip = Skip::unmappedTable;
     return r;

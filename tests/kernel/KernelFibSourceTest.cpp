@@ -56,7 +56,8 @@ class KernelFibSourceTest : public ::testing::Test {
     kernel_.linkIs({kOut2, "out2", true, IF_OPER_UP});
     kernel_.linkIs({kOut1b, "out1b", true, IF_OPER_UP});
     kernel_.linkIs({kStray, "stray", true, IF_OPER_UP});
-    map_.vrfIs(kDefaultTable, L3::VrfName("default"));
+    map_.vrfIs(Netcore::AddressFamily::ipv4, kDefaultTable, L3::VrfName("default"));
+    map_.vrfIs(Netcore::AddressFamily::ipv6, kDefaultTable, L3::VrfName("default"));
     map_.interfaceIs("in0", {PortVlan("Ethernet1.100"), {}});
     map_.interfaceIs("out1", {PortVlan("Ethernet2.200"), {PortVlan("Ethernet4.200")}});
     map_.interfaceIs("out1b", {PortVlan("Ethernet2.201"), {}});
@@ -305,8 +306,8 @@ TEST_F(KernelFibSourceTest, NewMapMovesRoutesWithoutADump) {
   EXPECT_EQ(sink_.routes.size(), 1u);
 
   SourceMap blue;
-  blue.vrfIs(kDefaultTable, L3::VrfName("blue"));
-  blue.vrfIs(10, L3::VrfName("red"));
+  blue.vrfIs(Netcore::AddressFamily::ipv4, kDefaultTable, L3::VrfName("blue"));
+  blue.vrfIs(Netcore::AddressFamily::ipv4, 10, L3::VrfName("red"));
   blue.interfaceIs("in0", {PortVlan("Ethernet1.100"), {}});
   blue.interfaceIs("out1", {PortVlan("Ethernet2.200"), {}});
   source_->sourceMapIs(blue);

@@ -37,7 +37,8 @@ class MrouteTranslatorTest : public ::testing::TestWithParam<Family> {
     links_.linkIs({4, "out2", true, IF_OPER_UP});
     links_.linkIs({5, "stray", true, IF_OPER_UP});
     links_.linkIs({6, "out1b", true, IF_OPER_UP});
-    map_.vrfIs(kTable, L3::VrfName("default"));
+    map_.vrfIs(Netcore::AddressFamily::ipv4, kTable, L3::VrfName("default"));
+    map_.vrfIs(Netcore::AddressFamily::ipv6, kTable, L3::VrfName("default"));
     map_.interfaceIs("in0", {PortVlan("Ethernet1.100"), {}});
     map_.interfaceIs("out1", {PortVlan("Ethernet2.200"), {PortVlan("Ethernet5.200")}});
     map_.interfaceIs("out1b", {PortVlan("Ethernet2.201"), {PortVlan("Ethernet6.201")}});
