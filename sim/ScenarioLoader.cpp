@@ -2,15 +2,13 @@
 
 #include <algorithm>
 #include <cmath>
-#include <filesystem>
-#include <fstream>
 #include <initializer_list>
 #include <set>
 #include <sstream>
 
-#include "platform/upg/RapidJson.h"
 #include "platform/vex/Assert.h"
 #include "platform/vex/Strep.h"
+#include "sim/JsonReader.h"
 #include "sim/RouteSetGenerator.h"
 
 namespace FalSim {
@@ -26,164 +24,22 @@ constexpr std::uint64_t kMaxTableSize = 100'000'000;
 constexpr std::uint64_t kMaxRoutesPerSet = 2'000'000;
 constexpr std::uint32_t kMaxChips = 1024;
 constexpr std::uint32_t kMaxEthernet = 4096;
-constexpr std::size_t kMaxDepth = 64;
-
-std::string quoted(std::string_view s) {
-  constexpr std::size_t kMax = 60;
-  std::string out = "\"";
-  out += s.size() > kMax ? std::string(s.substr(0, kMax)) + "..." : std::string(s);
-  return out + "\"";
-}
-
-// What a JSON value is, for "got ..." in messages.
-std::string describe(Value const& v) {
-  if (v.IsNull()) return "null";
-  if (v.IsBool()) return v.GetBool() ? "true" : "false";
-  if (v.IsNumber()) {
-    std::ostringstream os;
-    if (v.IsUint64()) {
-      os << v.GetUint64();
-    } else if (v.IsInt64()) {
-      os << v.GetInt64();
-    } else {
-      os << v.GetDouble();
-    }
-    return "the number " + os.str();
-  }
-  if (v.IsString()) return "the string " + quoted(std::string_view(v.GetString(), v.GetStringLength()));
-  if (v.IsArray()) return "an array";
-  return "an object";
-}
 
 // "1 VLAN", "3 VLANs".
 std::string counted(std::uint64_t n, char const* noun) {
   return std::to_string(n) + " " + noun + (n == 1 ? "" : "s");
 }
 
-std::string child(std::string const& path, std::string_view name) {
-  return path.empty() ? std::string(name) : path + "." + std::string(name);
-}
-
-std::string item(std::string const& path, std::size_t i) { return path + "[" + std::to_string(i) + "]"; }
-
-std::string list(std::initializer_list<char const*> names) {
-  std::string out;
-  for (char const* n : names) {
-    if (!out.empty()) out += ", ";
-    out += n;
-  }
-  return out;
-}
-
-// Line and column (both from 1) of a byte offset, for syntax errors.
-std::pair<std::size_t, std::size_t> lineColumn(std::string_view text, std::size_t offset) {
-  std::size_t line = 1, column = 1;
-  for (std::size_t i = 0; i < offset && i < text.size(); ++i) {
-    if (text[i] == '\n') {
-      ++line;
-      column = 1;
-    } else {
-      ++column;
-    }
-  }
-  return {line, column};
-}
-
-// The offset of the first bracket that opens a level deeper than maxDepth, or
-// npos. The parser recurses once per level, so a file of a million "[" would
-// exhaust the stack; no scenario needs more than a handful of levels.
-std::size_t tooDeep(std::string_view text, std::size_t maxDepth) {
-  std::size_t depth = 0;
-  bool inString = false;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    char const ch = text[i];
-    if (inString) {
-      if (ch == '\\') {
-        ++i;
-      } else if (ch == '"') {
-        inString = false;
-      }
-    } else if (ch == '"') {
-      inString = true;
-    } else if (ch == '[' || ch == '{') {
-      if (++depth > maxDepth) return i;
-    } else if ((ch == ']' || ch == '}') && depth > 0) {
-      --depth;
-    }
-  }
-  return std::string_view::npos;
-}
-
-class Loader {
+class Loader : JsonReader {
  public:
-  explicit Loader(std::string file) : file_(std::move(file)) {}
+  explicit Loader(std::string file) : JsonReader(std::move(file)) {}
 
   Scenario run(std::string_view text);
 
  private:
-  [[noreturn]] void fail(std::string const& path, std::string const& expected, Value const* got = nullptr) const {
-    throw ScenarioError(file_, path, expected, got ? describe(*got) : "nothing");
-  }
-  [[noreturn]] void failWith(std::string const& path, std::string const& expected, std::string const& got) const {
-    throw ScenarioError(file_, path, expected, got);
-  }
-
-  // ---- typed access ----
-  Value const& object(Value const& v, std::string const& path, char const* what = "an object") const {
-    if (!v.IsObject()) fail(path, what, &v);
-    return v;
-  }
-  static Value const* member(Value const& obj, char const* name) {
-    auto it = obj.FindMember(name);
-    return it == obj.MemberEnd() ? nullptr : &it->value;
-  }
-  Value const& required(Value const& obj, std::string const& path, char const* name, std::string const& what) const {
-    Value const* v = member(obj, name);
-    if (!v) fail(child(path, name), what);
-    return *v;
-  }
-  void knownFields(Value const& obj, std::string const& path, std::initializer_list<char const*> names) const {
-    for (auto it = obj.MemberBegin(); it != obj.MemberEnd(); ++it) {
-      std::string_view const n(it->name.GetString(), it->name.GetStringLength());
-      if (std::none_of(names.begin(), names.end(), [&](char const* k) { return n == k; })) {
-        failWith(child(path, n), "a known field (one of " + list(names) + ")", "an unknown field");
-      }
-    }
-  }
-  double number(Value const& v, std::string const& path, std::string const& what, double lo, double hi) const {
-    if (!v.IsNumber()) fail(path, what, &v);
-    double const d = v.GetDouble();
-    if (!std::isfinite(d) || d < lo || d > hi) fail(path, what, &v);
-    return d;
-  }
-  std::uint64_t integer(Value const& v, std::string const& path, std::string const& what, std::uint64_t lo,
-                        std::uint64_t hi) const {
-    if (!v.IsUint64() || v.GetUint64() < lo || v.GetUint64() > hi) fail(path, what, &v);
-    return v.GetUint64();
-  }
-  bool boolean(Value const& v, std::string const& path) const {
-    if (!v.IsBool()) fail(path, "true or false", &v);
-    return v.GetBool();
-  }
-  std::string string(Value const& v, std::string const& path, std::string const& what) const {
-    if (!v.IsString()) fail(path, what, &v);
-    return std::string(v.GetString(), v.GetStringLength());
-  }
-  Value::ConstArray array(Value const& v, std::string const& path, std::string const& what) const {
-    if (!v.IsArray()) fail(path, what, &v);
-    return v.GetArray();
-  }
-  bool optBool(Value const& obj, std::string const& path, char const* name, bool dflt) const {
-    Value const* v = member(obj, name);
-    return v ? boolean(*v, child(path, name)) : dflt;
-  }
-
   // ---- values of this system ----
-  L3::VrfName vrfName(Value const& v, std::string const& path) const;
   // A VRF the scenario declares; the first one when the field is absent.
   L3::VrfName declaredVrf(Value const& obj, std::string const& path) const;
-  Netcore::IntfId ethernet(Value const& v, std::string const& path) const;
-  Bridging::VlanId vlan(Value const& v, std::string const& path) const;
   Bridging::VlanId declaredVlan(Value const& v, std::string const& path) const;
   MrouteLib::PortVlan portVlan(Value const& v, std::string const& path) const;
   Netcore::IpGenAddr address(Value const& v, std::string const& path, std::string const& what) const;
@@ -191,7 +47,6 @@ class Loader {
   // "*" (or absent) for (*, G), else a prefix of the group's family.
   Netcore::IpGenPrefix source(Value const* v, std::string const& path, Netcore::AddressFamily af) const;
   IpGenRouteKey routeKey(Value const& obj, std::string const& path) const;
-  CounterMode counterMode(Value const& v, std::string const& path) const;
   ReferenceChip::Table table(Value const& v, std::string const& path) const;
   std::size_t routeSetIndex(Value const& v, std::string const& path) const;
   std::uint32_t chipNumber(Value const& v, std::string const& path) const;
@@ -211,16 +66,9 @@ class Loader {
   void config(Value const& v, std::string const& path, Scenario::Config& c) const;
   void fault(Value const& v, std::string const& path, Scenario::Fault& f) const;
 
-  std::string file_;
   Scenario s_;
   std::set<Netcore::IntfId> ethernetSet_;
 };
-
-L3::VrfName Loader::vrfName(Value const& v, std::string const& path) const {
-  std::string const text = string(v, path, "a VRF name");
-  if (text.empty() || text.size() > L3::VrfName::maxLength) fail(path, "a VRF name of 1 to 100 bytes", &v);
-  return L3::VrfName(text);
-}
 
 L3::VrfName Loader::declaredVrf(Value const& obj, std::string const& path) const {
   Value const* v = member(obj, "vrf");
@@ -234,22 +82,6 @@ L3::VrfName Loader::declaredVrf(Value const& obj, std::string const& path) const
   return name;
 }
 
-Netcore::IntfId Loader::ethernet(Value const& v, std::string const& path) const {
-  std::string const text = string(v, path, "an Ethernet interface name (\"Ethernet3\")");
-  Netcore::IntfId intf;
-  try {
-    intf = Netcore::IntfId(text);
-  } catch (std::exception const&) {
-    fail(path, "an Ethernet interface name (\"Ethernet3\")", &v);
-  }
-  if (intf.kind() != Netcore::IntfId::Kind::ethernet) fail(path, "an Ethernet interface name (\"Ethernet3\")", &v);
-  return intf;
-}
-
-Bridging::VlanId Loader::vlan(Value const& v, std::string const& path) const {
-  return Bridging::VlanId(static_cast<std::uint32_t>(integer(v, path, "a VLAN id from 1 to 4094", 1, 4094)));
-}
-
 Bridging::VlanId Loader::declaredVlan(Value const& v, std::string const& path) const {
   Bridging::VlanId const id = vlan(v, path);
   if (std::none_of(s_.vlans.begin(), s_.vlans.end(), [&](auto const& d) { return d.vlan == id; })) {
@@ -260,14 +92,8 @@ Bridging::VlanId Loader::declaredVlan(Value const& v, std::string const& path) c
 
 MrouteLib::PortVlan Loader::portVlan(Value const& v, std::string const& path) const {
   char const* const what = "an output \"EthernetN.VLAN\" or \"EthernetN\" on a declared Ethernet port";
-  std::string const text = string(v, path, what);
-  MrouteLib::PortVlan pv;
-  try {
-    pv = MrouteLib::PortVlan(text);
-  } catch (std::exception const&) {
-    fail(path, what, &v);
-  }
-  if (pv.port().kind() != Netcore::IntfId::Kind::ethernet || !ethernetSet_.contains(pv.port())) fail(path, what, &v);
+  MrouteLib::PortVlan const pv = JsonReader::portVlan(v, path, what);
+  if (!ethernetSet_.contains(pv.port())) fail(path, what, &v);
   return pv;
 }
 
@@ -313,15 +139,6 @@ Netcore::IpGenPrefix Loader::source(Value const* v, std::string const& path, Net
 IpGenRouteKey Loader::routeKey(Value const& obj, std::string const& path) const {
   Netcore::IpGenPrefix const g = group(required(obj, path, "group", "a multicast group address"), child(path, "group"));
   return IpGenRouteKey(source(member(obj, "source"), child(path, "source"), g.af()), g);
-}
-
-CounterMode Loader::counterMode(Value const& v, std::string const& path) const {
-  char const* const what = "one of \"packets\", \"bytes\", \"packetsAndBytes\"";
-  std::string const text = string(v, path, what);
-  if (text == "packets") return CounterMode::packets;
-  if (text == "bytes") return CounterMode::bytes;
-  if (text == "packetsAndBytes") return CounterMode::packetsAndBytes;
-  fail(path, what, &v);
 }
 
 ReferenceChip::Table Loader::table(Value const& v, std::string const& path) const {
@@ -811,18 +628,7 @@ void Loader::events(Value const& v, std::string const& path) {
 }
 
 Scenario Loader::run(std::string_view text) {
-  if (std::size_t const at = tooDeep(text, kMaxDepth); at != std::string_view::npos) {
-    auto const [line, column] = lineColumn(text, at);
-    throw ScenarioError(file_, "line " + std::to_string(line) + ", column " + std::to_string(column),
-                        "JSON nested at most " + std::to_string(kMaxDepth) + " levels deep");
-  }
-  rapidjson::Document doc;
-  doc.Parse<rapidjson::kParseDefaultFlags>(text.data(), text.size());
-  if (doc.HasParseError()) {
-    auto const [line, column] = lineColumn(text, doc.GetErrorOffset());
-    throw ScenarioError(file_, "line " + std::to_string(line) + ", column " + std::to_string(column),
-                        std::string("valid JSON (") + rapidjson::GetParseError_En(doc.GetParseError()) + ")");
-  }
+  rapidjson::Document const doc = parse(text);
   Value const& root = doc;
   if (!root.IsObject()) fail("(top level)", "a JSON object", &root);
   knownFields(root, "",
@@ -831,7 +637,7 @@ Scenario Loader::run(std::string_view text) {
   if (auto const* n = member(root, "name")) {
     s_.name = string(*n, "name", "the scenario's name");
   } else {
-    std::string stem = file_.substr(file_.find_last_of('/') + 1);
+    std::string stem = file().substr(file().find_last_of('/') + 1);
     s_.name = stem.substr(0, stem.rfind(".json") == std::string::npos ? stem.size() : stem.rfind(".json"));
   }
   if (auto const* d = member(root, "description")) s_.description = string(*d, "description", "a description");
@@ -862,16 +668,7 @@ Scenario Loader::run(std::string_view text) {
 Scenario ScenarioLoader::parse(std::string_view text, std::string const& fileName) { return Loader(fileName).run(text); }
 
 Scenario ScenarioLoader::load(std::string const& path) {
-  std::error_code ec;
-  if (std::filesystem::is_directory(path, ec)) {
-    throw ScenarioError(path, "(file)", "a readable scenario file", "a directory");
-  }
-  std::ifstream in(path, std::ios::binary);
-  if (!in) throw ScenarioError(path, "(file)", "a readable scenario file", "a file that cannot be opened");
-  std::ostringstream text;
-  text << in.rdbuf();
-  if (in.bad()) throw ScenarioError(path, "(file)", "a readable scenario file", "a read error");
-  return parse(text.str(), path);
+  return parse(JsonReader::read(path, "a readable scenario file"), path);
 }
 
 }  // namespace FalSim

@@ -1,0 +1,81 @@
+#pragma once
+// FalSim::JsonReader: checked reading of a JSON file the tools are given (a
+// scenario, an agent configuration): every value is checked for its type and
+// range before it is used, and anything wrong ends in a FileError naming the
+// file, the field as a JSON path and what was expected there.
+//
+// Loaders derive from it and read their sections with its typed accessors;
+// paths are built with child() and item(). Unknown fields are errors
+// (knownFields): a misspelt field would otherwise be ignored silently.
+#include <cstddef>
+#include <cstdint>
+#include <initializer_list>
+#include <string>
+#include <string_view>
+
+#include "platform/fib/CounterMode.h"
+#include "platform/mroutelib/PortVlan.h"
+#include "platform/net/IntfId.h"
+#include "platform/types/VlanId.h"
+#include "platform/types/VrfName.h"
+#include "platform/upg/RapidJson.h"
+#include "sim/FileError.h"
+
+namespace FalSim {
+
+class JsonReader {
+ public:
+  using Value = rapidjson::Value;
+  // Nesting a document may have: the parser recurses once per level, so a
+  // file of a million "[" would exhaust the stack.
+  static constexpr std::size_t kMaxDepth = 64;
+
+  explicit JsonReader(std::string file) : file_(std::move(file)) {}
+  std::string const& file() const { return file_; }
+
+  // The whole file at path; what names it in errors ("a readable scenario file").
+  static std::string read(std::string const& path, std::string const& what);
+  // The document in text; a syntax error names its line and column.
+  rapidjson::Document parse(std::string_view text) const;
+
+  [[noreturn]] void fail(std::string const& path, std::string const& expected, Value const* got = nullptr) const;
+  [[noreturn]] void failWith(std::string const& path, std::string const& expected, std::string const& got) const;
+
+  // ---- typed access ----
+  Value const& object(Value const& v, std::string const& path, char const* what = "an object") const;
+  static Value const* member(Value const& obj, char const* name);
+  Value const& required(Value const& obj, std::string const& path, char const* name, std::string const& what) const;
+  void knownFields(Value const& obj, std::string const& path, std::initializer_list<char const*> names) const;
+  double number(Value const& v, std::string const& path, std::string const& what, double lo, double hi) const;
+  std::uint64_t integer(Value const& v, std::string const& path, std::string const& what, std::uint64_t lo,
+                        std::uint64_t hi) const;
+  bool boolean(Value const& v, std::string const& path) const;
+  std::string string(Value const& v, std::string const& path, std::string const& what) const;
+  Value::ConstArray array(Value const& v, std::string const& path, std::string const& what) const;
+  bool optBool(Value const& obj, std::string const& path, char const* name, bool dflt) const;
+
+  // ---- values of this system ----
+  L3::VrfName vrfName(Value const& v, std::string const& path) const;
+  Netcore::IntfId ethernet(Value const& v, std::string const& path) const;
+  Bridging::VlanId vlan(Value const& v, std::string const& path) const;
+  // "EthernetN.VLAN" or "EthernetN"; what says which ports are allowed.
+  MrouteLib::PortVlan portVlan(Value const& v, std::string const& path, char const* what) const;
+  Routing::Multicast::Fib::CounterMode counterMode(Value const& v, std::string const& path) const;
+
+  // ---- paths and texts ----
+  static std::string child(std::string const& path, std::string_view name) {
+    return path.empty() ? std::string(name) : path + "." + std::string(name);
+  }
+  static std::string item(std::string const& path, std::size_t i) { return path + "[" + std::to_string(i) + "]"; }
+  // "a, b, c".
+  static std::string list(std::initializer_list<char const*> names);
+  // What a JSON value is, for "got ..." in messages.
+  static std::string describe(Value const& v);
+  // The text in quotes, cut after 60 characters.
+  static std::string quoted(std::string_view s);
+
+ private:
+  std::string file_;
+};
+
+}  // namespace FalSim
