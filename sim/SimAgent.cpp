@@ -142,7 +142,7 @@ void SimAgent::start() {
   hwStatus_->hwRoutingIs(true);
 }
 
-void SimAgent::stop() {
+void SimAgent::stop(bool chipsSurvive) {
   if (!incarnation_) return;
   auto& inc = *incarnation_;
   // A fast-reroute pass cut short keeps a process-wide resume point: let it finish first.
@@ -155,7 +155,7 @@ void SimAgent::stop() {
   pastAging_.reads += aging.reads;
   pastAging_.hits += aging.hits;
   pastCounterReads_ += inc.link->counterReads();
-  inc.link->cut();
+  if (chipsSurvive) inc.link->cut();
   inc.watches.clear();
   inc.programmer = nullptr;
   inc.switchSms.clear();

@@ -82,6 +82,11 @@ class SimAgent {
 
   void start();
   RecoveryFigures restart();
+  // The agent exits for good. Deleting the routes is the route owner's part,
+  // before; then the library tears down with its hold on the chips intact,
+  // so its own cleanup (zombies freed, multicast routing disabled, the
+  // hooks told) reaches them, unlike a restart's, which leaves them as they are.
+  void shutdown() { stop(false); }
   bool running() const { return incarnation_ != nullptr; }
   std::size_t incarnations() const { return incarnations_; }
 
@@ -138,7 +143,8 @@ class SimAgent {
     Vex::Ptr<MrouteLib::RouteProgrammer> programmer;
   };
 
-  void stop();
+  // chipsSurvive: the process dies without a word to the chips (a restart).
+  void stop(bool chipsSurvive = true);
   Vex::Ptr<HwStatus> newHwStatus(Netcore::AddressFamily af) const;
   std::size_t clearStaleChipState();
 
