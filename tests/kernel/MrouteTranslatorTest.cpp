@@ -143,6 +143,24 @@ INSTANTIATE_TEST_SUITE_P(BothFamilies, MrouteTranslatorTest,
                                            Family{AddressFamily::ipv6, "2001:db8::2", "ff3e::1:1", "::", 128}),
                          [](auto const& info) { return info.param.af == AddressFamily::ipv6 ? "IPv6" : "IPv4"; });
 
+TEST(MrouteTranslatorTablesTest, TableNumbersAreMappedPerFamily) {
+  SourceMap map;
+  map.vrfIs(AddressFamily::ipv4, 253, L3::VrfName("default"));
+  map.vrfIs(AddressFamily::ipv6, 254, L3::VrfName("default"));
+  map.interfaceIs("in0", {PortVlan("Ethernet1.100"), {}});
+  LinkTable links;
+  links.linkIs({2, "in0", true, IF_OPER_UP});
+  MfcEntry e;
+  e.af = AddressFamily::ipv6;
+  e.table = 253;
+  e.source = IpGenAddr("2001:db8::2");
+  e.group = IpGenAddr("ff3e::1");
+  e.iif = 2;
+  EXPECT_EQ(MrouteTranslator::route(e, links, map).skip, Skip::unmappedTable);
+  e.table = 254;
+  EXPECT_TRUE(MrouteTranslator::route(e, links, map).route);
+}
+
 struct OperCase {
   bool adminUp;
   std::uint8_t operState;
