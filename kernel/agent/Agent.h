@@ -63,6 +63,10 @@ class Agent : public FalKernel::FibSink {
   std::vector<std::string> configIs(AgentConfig config);
   AgentConfig const& config() const { return config_; }
   void shutdown();
+  // A fresh dump and resynchronisation, as after a lost notification.
+  void resync() {
+    if (source_) source_->resync();
+  }
   bool running() const { return platform_.running(); }
 
   Status status() const;
