@@ -1,5 +1,6 @@
 #include "kernel/netlink/KernelFibSource.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <string_view>
@@ -91,7 +92,7 @@ void KernelFibSource::startDump() {
 }
 
 void KernelFibSource::sendDumpRequest() {
-  alignas(nlmsghdr) char buf[MNL_NLMSG_HDRLEN + MNL_ALIGN(sizeof(rtmsg))];
+  alignas(nlmsghdr) char buf[MNL_NLMSG_HDRLEN + MNL_ALIGN(std::max(sizeof(rtmsg), sizeof(ifinfomsg)))];
   std::memset(buf, 0, sizeof buf);
   nlmsghdr* nlh = mnl_nlmsg_put_header(buf);
   nlh->nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;

@@ -109,7 +109,11 @@ std::optional<MfcEntry> RtnlParser::mfc(nlmsghdr const* nlh) {
   if (nlattr const* mp = tb.at[RTA_MULTIPATH]) {
     auto const* nh = static_cast<rtnexthop const*>(mnl_attr_get_payload(mp));
     int len = static_cast<int>(mnl_attr_get_payload_len(mp));
-    for (; RTNH_OK(nh, len); len -= NLMSG_ALIGN(nh->rtnh_len), nh = RTNH_NEXT(nh)) e.oifs.push_back(nh->rtnh_ifindex);
+    // RTNH_OK reads the next hop's length before it looks at what is left.
+    for (; len >= static_cast<int>(sizeof(rtnexthop)) && RTNH_OK(nh, len);
+         len -= RTNH_ALIGN(nh->rtnh_len), nh = RTNH_NEXT(nh)) {
+      e.oifs.push_back(nh->rtnh_ifindex);
+    }
     if (len != 0) return std::nullopt;  // a trailing piece that is no next hop
   }
   return e;
