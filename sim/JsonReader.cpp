@@ -190,6 +190,24 @@ Routing::Multicast::Fib::CounterMode JsonReader::counterMode(Value const& v, std
   fail(path, what, &v);
 }
 
+void JsonReader::zombies(Value const& v, std::string const& path, bool& enabled, Vex::Seconds& lifetime) const {
+  object(v, path);
+  knownFields(v, path, {"enabled", "lifetime"});
+  enabled = optBool(v, path, "enabled", enabled);
+  if (auto const* l = member(v, "lifetime")) {
+    lifetime = number(*l, child(path, "lifetime"), "a lifetime in seconds from 0 to 3600", 0, 3600);
+  }
+}
+
+void JsonReader::aging(Value const& v, std::string const& path, std::uint8_t& activityPollingInterval) const {
+  object(v, path);
+  knownFields(v, path, {"activityPollingInterval"});
+  if (auto const* i = member(v, "activityPollingInterval")) {
+    activityPollingInterval = static_cast<std::uint8_t>(
+        integer(*i, child(path, "activityPollingInterval"), "an interval in seconds from 1 to 255", 1, 255));
+  }
+}
+
 std::string JsonReader::list(std::initializer_list<char const*> names) {
   std::string out;
   for (char const* n : names) {

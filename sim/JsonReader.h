@@ -12,13 +12,16 @@
 #include <initializer_list>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "platform/fib/CounterMode.h"
 #include "platform/mroutelib/PortVlan.h"
 #include "platform/net/IntfId.h"
 #include "platform/types/VlanId.h"
+#include "platform/types/VrfId.h"
 #include "platform/types/VrfName.h"
 #include "platform/upg/RapidJson.h"
+#include "platform/vex/Types.h"
 #include "sim/FileError.h"
 
 namespace FalSim {
@@ -56,11 +59,30 @@ class JsonReader {
 
   // ---- values of this system ----
   L3::VrfName vrfName(Value const& v, std::string const& path) const;
+  // The "name" and "id" of the VRF object at path, neither taken by one of
+  // vrfs (anything whose members have .name and .id).
+  template <class Vrfs>
+  std::pair<L3::VrfName, Fal::VrfId> newVrf(Value const& obj, std::string const& path, Vrfs const& vrfs) const {
+    L3::VrfName name = vrfName(required(obj, path, "name", "a VRF name"), child(path, "name"));
+    auto const id = static_cast<Fal::VrfId>(integer(required(obj, path, "id", "a VRF id from 0 to 65535"), child(path, "id"),
+                                                    "a VRF id from 0 to 65535", 0, 65535));
+    for (auto const& d : vrfs) {
+      if (d.name == name) fail(child(path, "name"), "a VRF name not declared before", member(obj, "name"));
+      if (d.id == id) fail(child(path, "id"), "a VRF id not declared before", member(obj, "id"));
+    }
+    return {std::move(name), id};
+  }
   Netcore::IntfId ethernet(Value const& v, std::string const& path) const;
   Bridging::VlanId vlan(Value const& v, std::string const& path) const;
   // "EthernetN.VLAN" or "EthernetN"; what says which ports are allowed.
   MrouteLib::PortVlan portVlan(Value const& v, std::string const& path, char const* what) const;
   Routing::Multicast::Fib::CounterMode counterMode(Value const& v, std::string const& path) const;
+
+  // ---- sections every agent's file has ----
+  // {"enabled": true, "lifetime": 4.0}: fields absent keep their value.
+  void zombies(Value const& v, std::string const& path, bool& enabled, Vex::Seconds& lifetime) const;
+  // {"activityPollingInterval": 10}.
+  void aging(Value const& v, std::string const& path, std::uint8_t& activityPollingInterval) const;
 
   // ---- paths and texts ----
   static std::string child(std::string const& path, std::string_view name) {

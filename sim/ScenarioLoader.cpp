@@ -4,6 +4,7 @@
 #include <cmath>
 #include <initializer_list>
 #include <set>
+#include <tuple>
 #include <sstream>
 
 #include "platform/vex/Assert.h"
@@ -55,8 +56,6 @@ class Loader : JsonReader {
   void chips(Value const& v, std::string const& path);
   void interfaces(Value const& v, std::string const& path);
   void vrfs(Value const& v, std::string const& path);
-  void zombies(Value const& v, std::string const& path);
-  void aging(Value const& v, std::string const& path);
   void counters(Value const& v, std::string const& path);
   void routeSets(Value const& v, std::string const& path);
   MrouteLib::DesiredRoute route(Value const& v, std::string const& path) const;
@@ -232,32 +231,8 @@ void Loader::vrfs(Value const& v, std::string const& path) {
     object(a[i], p, "a VRF ({\"name\": \"red\", \"id\": 1})");
     knownFields(a[i], p, {"name", "id"});
     Scenario::Vrf vrf;
-    vrf.name = vrfName(required(a[i], p, "name", "a VRF name"), child(p, "name"));
-    vrf.id = static_cast<Fal::VrfId>(
-        integer(required(a[i], p, "id", "a VRF id from 0 to 65535"), child(p, "id"), "a VRF id from 0 to 65535", 0, 65535));
-    for (auto const& d : s_.vrfs) {
-      if (d.name == vrf.name) fail(child(p, "name"), "a VRF name not declared before", member(a[i], "name"));
-      if (d.id == vrf.id) fail(child(p, "id"), "a VRF id not declared before", member(a[i], "id"));
-    }
+    std::tie(vrf.name, vrf.id) = newVrf(a[i], p, s_.vrfs);
     s_.vrfs.push_back(std::move(vrf));
-  }
-}
-
-void Loader::zombies(Value const& v, std::string const& path) {
-  object(v, path);
-  knownFields(v, path, {"enabled", "lifetime"});
-  s_.zombiesEnabled = optBool(v, path, "enabled", s_.zombiesEnabled);
-  if (auto const* l = member(v, "lifetime")) {
-    s_.zombieLifetime = number(*l, child(path, "lifetime"), "a lifetime in seconds from 0 to 3600", 0, 3600);
-  }
-}
-
-void Loader::aging(Value const& v, std::string const& path) {
-  object(v, path);
-  knownFields(v, path, {"activityPollingInterval"});
-  if (auto const* i = member(v, "activityPollingInterval")) {
-    s_.activityPollingInterval = static_cast<std::uint8_t>(
-        integer(*i, child(path, "activityPollingInterval"), "an interval in seconds from 1 to 255", 1, 255));
   }
 }
 
@@ -648,8 +623,8 @@ Scenario Loader::run(std::string_view text) {
   } else {
     s_.vrfs.push_back({L3::VrfName("default"), 0});
   }
-  if (auto const* z = member(root, "zombies")) zombies(*z, "zombies");
-  if (auto const* a = member(root, "aging")) aging(*a, "aging");
+  if (auto const* z = member(root, "zombies")) zombies(*z, "zombies", s_.zombiesEnabled, s_.zombieLifetime);
+  if (auto const* a = member(root, "aging")) aging(*a, "aging", s_.activityPollingInterval);
   if (auto const* c = member(root, "counters")) counters(*c, "counters");
   if (auto const* r = member(root, "routeSets")) routeSets(*r, "routeSets");
   events(required(root, "", "events", "a list of events"), "events");

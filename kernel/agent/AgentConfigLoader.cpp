@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <set>
+#include <tuple>
 #include <utility>
 
 #include "sim/JsonReader.h"
@@ -28,8 +29,6 @@ class Loader : FalSim::JsonReader {
                                      std::set<std::uint32_t>& taken) const;
   void interfaces(Value const& v, std::string const& path);
   void chips(Value const& v, std::string const& path);
-  void zombies(Value const& v, std::string const& path);
-  void aging(Value const& v, std::string const& path);
   void counters(Value const& v, std::string const& path);
   void status(Value const& v, std::string const& path);
 
@@ -71,13 +70,7 @@ void Loader::vrfs(Value const& v, std::string const& path) {
     object(a[i], p, what);
     knownFields(a[i], p, {"name", "id", "ipv4Table", "ipv6Table"});
     AgentConfig::Vrf vrf;
-    vrf.name = vrfName(required(a[i], p, "name", "a VRF name"), child(p, "name"));
-    vrf.id = static_cast<Fal::VrfId>(
-        integer(required(a[i], p, "id", "a VRF id from 0 to 65535"), child(p, "id"), "a VRF id from 0 to 65535", 0, 65535));
-    for (auto const& d : c_.vrfs) {
-      if (d.name == vrf.name) fail(child(p, "name"), "a VRF name not declared before", member(a[i], "name"));
-      if (d.id == vrf.id) fail(child(p, "id"), "a VRF id not declared before", member(a[i], "id"));
-    }
+    std::tie(vrf.name, vrf.id) = newVrf(a[i], p, c_.vrfs);
     vrf.ipv4Table = table(a[i], p, "ipv4Table", v4);
     vrf.ipv6Table = table(a[i], p, "ipv6Table", v6);
     if (!vrf.ipv4Table && !vrf.ipv6Table) fail(p, "an ipv4Table or an ipv6Table (the kernel tables it mirrors)", &a[i]);
@@ -150,24 +143,6 @@ void Loader::chips(Value const& v, std::string const& path) {
   }
 }
 
-void Loader::zombies(Value const& v, std::string const& path) {
-  object(v, path);
-  knownFields(v, path, {"enabled", "lifetime"});
-  c_.zombiesEnabled = optBool(v, path, "enabled", c_.zombiesEnabled);
-  if (auto const* l = member(v, "lifetime")) {
-    c_.zombieLifetime = number(*l, child(path, "lifetime"), "a lifetime in seconds from 0 to 3600", 0, 3600);
-  }
-}
-
-void Loader::aging(Value const& v, std::string const& path) {
-  object(v, path);
-  knownFields(v, path, {"activityPollingInterval"});
-  if (auto const* i = member(v, "activityPollingInterval")) {
-    c_.activityPollingInterval = static_cast<std::uint8_t>(
-        integer(*i, child(path, "activityPollingInterval"), "an interval in seconds from 1 to 255", 1, 255));
-  }
-}
-
 void Loader::counters(Value const& v, std::string const& path) {
   object(v, path);
   knownFields(v, path, {"mode", "all", "routes"});
@@ -201,8 +176,8 @@ AgentConfig Loader::run(std::string_view text) {
   } else {
     c_.chips.push_back({"chip0", AgentConfig::Chip::Backend::reference, {}});
   }
-  if (auto const* z = member(root, "zombies")) zombies(*z, "zombies");
-  if (auto const* a = member(root, "aging")) aging(*a, "aging");
+  if (auto const* z = member(root, "zombies")) zombies(*z, "zombies", c_.zombiesEnabled, c_.zombieLifetime);
+  if (auto const* a = member(root, "aging")) aging(*a, "aging", c_.activityPollingInterval);
   if (auto const* c = member(root, "counters")) counters(*c, "counters");
   if (auto const* s = member(root, "status")) status(*s, "status");
   return std::move(c_);

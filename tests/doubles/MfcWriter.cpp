@@ -37,6 +37,22 @@ sockaddr_in6 v6(Netcore::IpGenAddr const& a) {
   return r;
 }
 
+mf6cctl mfc6(Netcore::IpGenAddr const& source, Netcore::IpGenAddr const& group, int parent) {
+  mf6cctl m{};
+  m.mf6cc_origin = v6(source);
+  m.mf6cc_mcastgrp = v6(group);
+  m.mf6cc_parent = static_cast<mifi_t>(parent);
+  return m;
+}
+
+mfcctl mfc4(Netcore::IpGenAddr const& source, Netcore::IpGenAddr const& group, int parent) {
+  mfcctl m{};
+  m.mfcc_origin = v4(source);
+  m.mfcc_mcastgrp = v4(group);
+  m.mfcc_parent = static_cast<vifi_t>(parent);
+  return m;
+}
+
 }  // namespace
 
 MfcWriter::MfcWriter(std::string const& netns, std::uint32_t table) : netns_(netns) {
@@ -103,35 +119,23 @@ int MfcWriter::vif(std::string const& name) const {
 void MfcWriter::mfcIs(Netcore::IpGenAddr const& source, Netcore::IpGenAddr const& group, std::string const& iif,
                       std::vector<std::string> const& oifs) {
   if (group.isV6()) {
-    mf6cctl m{};
-    m.mf6cc_origin = v6(source);
-    m.mf6cc_mcastgrp = v6(group);
-    m.mf6cc_parent = static_cast<mifi_t>(vif(iif));
+    mf6cctl m = mfc6(source, group, vif(iif));
     for (auto const& o : oifs) IF_SET(vif(o), &m.mf6cc_ifset);
     set(fd6_, IPPROTO_IPV6, MRT6_ADD_MFC, &m, sizeof m, "MRT6_ADD_MFC");
     return;
   }
-  mfcctl m{};
-  m.mfcc_origin = v4(source);
-  m.mfcc_mcastgrp = v4(group);
-  m.mfcc_parent = static_cast<vifi_t>(vif(iif));
+  mfcctl m = mfc4(source, group, vif(iif));
   for (auto const& o : oifs) m.mfcc_ttls[vif(o)] = 1;
   set(fd4_, IPPROTO_IP, MRT_ADD_MFC, &m, sizeof m, "MRT_ADD_MFC");
 }
 
 void MfcWriter::mfcDel(Netcore::IpGenAddr const& source, Netcore::IpGenAddr const& group, std::string const& iif) {
   if (group.isV6()) {
-    mf6cctl m{};
-    m.mf6cc_origin = v6(source);
-    m.mf6cc_mcastgrp = v6(group);
-    m.mf6cc_parent = static_cast<mifi_t>(vif(iif));
+    mf6cctl const m = mfc6(source, group, vif(iif));
     set(fd6_, IPPROTO_IPV6, MRT6_DEL_MFC, &m, sizeof m, "MRT6_DEL_MFC");
     return;
   }
-  mfcctl m{};
-  m.mfcc_origin = v4(source);
-  m.mfcc_mcastgrp = v4(group);
-  m.mfcc_parent = static_cast<vifi_t>(vif(iif));
+  mfcctl const m = mfc4(source, group, vif(iif));
   set(fd4_, IPPROTO_IP, MRT_DEL_MFC, &m, sizeof m, "MRT_DEL_MFC");
 }
 

@@ -13,6 +13,7 @@
 #include "kernel/agent/Agent.h"
 #include "kernel/agent/AgentConfigLoader.h"
 #include "platform/vex/ActivityManager.h"
+#include "tests/doubles/RunUntil.h"
 #include "tests/doubles/SmcrouteDaemon.h"
 #include "tests/doubles/TestNetns.h"
 
@@ -53,15 +54,7 @@ class AgentSmcrouteTest : public ::testing::Test {
     ns_.reset();
   }
 
-  // Runs the loop until done() holds, for at most limit seconds.
-  bool runUntil(std::function<bool()> const& done, double limit = 10.0) {
-    double const end = am_.now() + limit;
-    while (!done()) {
-      if (am_.now() >= end) return false;
-      am_.runFor(0.002);
-    }
-    return true;
-  }
+  bool runUntil(std::function<bool()> const& done) { return FalTest::runUntil(am_, done); }
   Copies forward(char const* group) const {
     return agent_->referenceChip().forward(0, 0, IpGenAddr("10.0.0.2"), IpGenAddr(group), Bridging::VlanIdOrNone(100));
   }

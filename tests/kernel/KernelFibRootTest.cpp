@@ -15,6 +15,7 @@
 #include "platform/vex/ActivityManager.h"
 #include "tests/doubles/MfcWriter.h"
 #include "tests/doubles/RecordingFibSink.h"
+#include "tests/doubles/RunUntil.h"
 #include "tests/doubles/TestNetns.h"
 
 namespace {
@@ -65,15 +66,7 @@ class KernelFibRootTest : public ::testing::Test {
     source_ = std::make_unique<KernelFibSource>(std::move(dump), std::move(events), map_, sink_);
     source_->start();
   }
-  // Runs the loop until done() holds, for at most limit seconds.
-  bool runUntil(std::function<bool()> const& done, double limit = 20.0) {
-    double const end = am_.now() + limit;
-    while (!done()) {
-      if (am_.now() >= end) return false;
-      am_.runFor(0.005);
-    }
-    return true;
-  }
+  bool runUntil(std::function<bool()> const& done) { return FalTest::runUntil(am_, done); }
   MrouteLib::DesiredRoute const* route(IpGenAddr const& s, IpGenAddr const& g) const {
     return sink_.route("default", keyOf(s, g));
   }
