@@ -79,6 +79,12 @@ KernelNetns::KernelNetns() {
   ::close(home);
 }
 
+KernelNetns::KernelNetns(std::string const& existing) : owned_(false) {
+  std::string const path = existing.find('/') == std::string::npos ? "/var/run/netns/" + existing : existing;
+  fd_ = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd_ < 0) throw std::system_error(errno, std::generic_category(), "open network namespace " + path);
+}
+
 KernelNetns::~KernelNetns() {
   if (fd_ >= 0) ::close(fd_);
 }

@@ -10,6 +10,10 @@
 // the kernel drops the namespace and every device, table and entry in it.
 // Nothing made in it is ever seen from the namespace the process runs in.
 //
+// It can also stand for an existing, named namespace (a chip whose devices
+// an operator or a script reaches, an agent reading another namespace's
+// tables); that one is not removed with the object.
+//
 // The calling thread enters the namespace only for the moment an operation
 // needs (opening a socket, writing a sysctl) and returns to where it was.
 // Single-threaded use: the thread's namespace is switched in place.
@@ -37,11 +41,19 @@ class KernelNetns {
   // std::system_error when the kernel refuses (EPERM: the process lacks the
   // privilege; see unavailable()).
   KernelNetns();
+  // An existing namespace, by the name `ip netns` gives it (under
+  // /var/run/netns) or the path of a namespace file, for a chip whose
+  // devices must be reachable from outside (to send packets in, to look).
+  // It is not this object's: it stays when the object goes, and whoever
+  // made devices in it removes them. Throws std::system_error naming it.
+  explicit KernelNetns(std::string const& existing);
   ~KernelNetns();
   KernelNetns(KernelNetns const&) = delete;
   KernelNetns& operator=(KernelNetns const&) = delete;
 
   int fd() const { return fd_; }
+  // Made by this object (anonymous, gone with it), not an existing one.
+  bool owned() const { return owned_; }
   // A socket in the namespace; -1 with errno set on failure.
   int openSocket(int domain, int type, int protocol) const;
   // Writes a sysctl of the namespace, path under /proc/sys ("net/ipv4/conf/all/rp_filter").
@@ -53,6 +65,7 @@ class KernelNetns {
 
  private:
   int fd_ = -1;
+  bool owned_ = true;
 };
 
 }  // namespace FalKernel

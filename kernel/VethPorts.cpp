@@ -70,7 +70,28 @@ VethPorts::VethPorts(KernelNetns const& netns) : netns_(netns) {
 }
 
 VethPorts::~VethPorts() {
-  if (sock_) nl_socket_free(sock_);
+  if (!sock_) return;
+  if (!netns_.owned()) removeAll();
+  nl_socket_free(sock_);
+}
+
+// Deleting one end of a pair deletes both.
+void VethPorts::removeAll() {
+  auto remove = [this](Link const& l) {
+    LinkPtr link(rtnl_link_alloc());
+    if (!link) return;
+    rtnl_link_set_ifindex(link.get(), l.ifindex);
+    if (int const rc = rtnl_link_delete(sock_, link.get()); rc < 0) {
+      KERNEL_TRACE(1, kSource, "cannot remove veth pair " << l.name << ": " << nl_geterror(rc));
+    }
+  };
+  for (auto const& [key, link] : inputs_) {
+    if (key.first != 0) rulesIs(link.name, key.first, false);
+    remove(link);
+  }
+  for (auto const& [output, link] : outputs_) remove(link);
+  inputs_.clear();
+  outputs_.clear();
 }
 
 std::string VethPorts::outputName(MrouteLib::PortVlan output) {
@@ -119,7 +140,7 @@ std::optional<VethPorts::Link> VethPorts::makePair(std::string const& name, std:
   return made;
 }
 
-bool VethPorts::rulesIs(std::string const& iif, std::uint16_t vrfId) {
+bool VethPorts::rulesIs(std::string const& iif, std::uint16_t vrfId, bool add) {
   for (int family : {RTNL_FAMILY_IPMR, RTNL_FAMILY_IP6MR}) {
     std::uint32_t const table =
         mrouteTableOf(vrfId, family == RTNL_FAMILY_IP6MR ? Netcore::AddressFamily::ipv6 : Netcore::AddressFamily::ipv4);
@@ -129,10 +150,10 @@ bool VethPorts::rulesIs(std::string const& iif, std::uint16_t vrfId) {
     rtnl_rule_set_iif(rule, iif.c_str());
     rtnl_rule_set_table(rule, table);
     rtnl_rule_set_action(rule, FR_ACT_TO_TBL);
-    int const rc = rtnl_rule_add(sock_, rule, NLM_F_CREATE);
+    int const rc = add ? rtnl_rule_add(sock_, rule, NLM_F_CREATE) : rtnl_rule_delete(sock_, rule, 0);
     rtnl_rule_put(rule);
     if (rc < 0) {
-      KERNEL_TRACE(1, kSource, "cannot add multicast rule iif " << iif << " lookup " << table << " (family " << family
+      KERNEL_TRACE(1, kSource, "cannot " << (add ? "add" : "delete") << " multicast rule iif " << iif << " lookup " << table << " (family " << family
                                                                << "): " << nl_geterror(rc));
       return false;
     }

@@ -17,8 +17,10 @@
 // packets up in the VRF's table; VRF 0 uses the default table.
 //
 // The namespace is set up for routing packets from any source: reverse-path
-// filtering off. Removing everything is the namespace's part (KernelNetns):
-// the devices and rules go with it.
+// filtering off. Removing everything is the namespace's part when it is the
+// chip's own (KernelNetns): the devices and rules go with it. In an existing
+// namespace that outlives the chip, the destructor removes the devices and
+// rules it made.
 #include <netlink/netlink.h>
 
 #include <cstdint>
@@ -73,8 +75,10 @@ class VethPorts final : public KernelPortMap {
  private:
   // Makes the pair with both ends up; nullopt (traced) on failure.
   std::optional<Link> makePair(std::string const& name, std::string const& peerName);
-  // The IPv4 and IPv6 multicast rules sending packets from iif to the VRF's tables.
-  bool rulesIs(std::string const& iif, std::uint16_t vrfId);
+  // Adds (or deletes) the IPv4 and IPv6 multicast rules sending packets from
+  // iif to the VRF's tables.
+  bool rulesIs(std::string const& iif, std::uint16_t vrfId, bool add = true);
+  void removeAll();
   bool linkUpIs(int ifindex, bool up);
   // Waits, a bounded time, until the kernel reports the device operational.
   bool operUpWait(int ifindex);

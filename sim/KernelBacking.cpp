@@ -18,17 +18,23 @@ std::string outputsText(std::vector<MrouteLib::PortVlan> const& outputs) {
 
 }  // namespace
 
-KernelBacking::Chip::Chip(std::uint32_t switchId)
-    : chip(Vex::make<FalKernel::KernelChip>("FalKernel::KernelChip", switchId, ports)) {}
+KernelBacking::Chip::Chip(std::uint32_t switchId, std::string const& netnsName)
+    : netns(netnsName.empty() ? FalKernel::KernelNetns() : FalKernel::KernelNetns(netnsName)),
+      chip(Vex::make<FalKernel::KernelChip>("FalKernel::KernelChip", switchId, ports)) {}
 
-KernelBacking::KernelBacking(std::uint32_t chips) {
-  for (std::uint32_t c = 0; c < chips; ++c) chips_.push_back(std::make_unique<Chip>(c));
+KernelBacking::KernelBacking(std::uint32_t chips) : KernelBacking(std::vector<Placement>(chips)) {}
+
+KernelBacking::KernelBacking(std::vector<Placement> const& chips) {
+  for (std::uint32_t c = 0; c < chips.size(); ++c) {
+    chips_.push_back(chips[c].kernel ? std::make_unique<Chip>(c, chips[c].netns) : nullptr);
+  }
 }
 
 KernelBacking::~KernelBacking() = default;
 
 void KernelBacking::clearStale() {
   for (std::uint32_t c = 0; c < chips_.size(); ++c) {
+    if (!chips_[c]) continue;
     Chip& k = *chips_[c];
     for (auto const& [ref, handle] : k.handle) {
       auto const* r = k.chip->route(handle);
@@ -55,7 +61,9 @@ void KernelBacking::portOperIs(Netcore::IntfId port, bool up) {
   } else {
     down_.insert(port);
   }
-  for (auto& k : chips_) k->ports.portOperIs(port, up);
+  for (auto& k : chips_) {
+    if (k) k->ports.portOperIs(port, up);
+  }
 }
 
 void KernelBacking::send(std::uint32_t switchId, std::uint16_t vrfId, Bridging::VlanIdOrNone vlan,
@@ -82,6 +90,7 @@ std::vector<std::string> KernelBacking::check() {
   if (pending_.empty()) return findings;
   absl::flat_hash_map<std::uint64_t, std::vector<MrouteLib::PortVlan>> captured;
   for (std::uint32_t c = 0; c < chips_.size(); ++c) {
+    if (!chips_[c]) continue;
     Chip& k = *chips_[c];
     std::size_t expected = 0;
     for (auto const& s : pending_) expected += s.switchId == c ? s.predicted.size() : 0;
@@ -104,7 +113,9 @@ std::vector<std::string> KernelBacking::check() {
   }
   pending_.clear();
   // Packets no route covered were reported to the chips' sockets.
-  for (auto& k : chips_) k->chip->doCommitMrouteBatch();
+  for (auto& k : chips_) {
+    if (k) k->chip->doCommitMrouteBatch();
+  }
   return findings;
 }
 

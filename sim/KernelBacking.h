@@ -37,7 +37,8 @@ class KernelBacking {
  public:
   // One chip on the kernel.
   struct Chip {
-    explicit Chip(std::uint32_t switchId);
+    // In a namespace of its own, or in the existing one named netnsName.
+    explicit Chip(std::uint32_t switchId, std::string const& netnsName = {});
     FalKernel::KernelNetns netns;
     FalKernel::VethPorts ports{netns};
     FalKernel::PacketProbe probe{netns};
@@ -58,13 +59,24 @@ class KernelBacking {
     std::uint64_t kernelRefusals = 0;  // allocations the reference chip made and the kernel refused
   };
 
-  // Throws std::system_error when a namespace cannot be made.
+  // Where a chip is: on the kernel, in a namespace of its own or in an
+  // existing named one, or not on the kernel (only on the reference chip).
+  struct Placement {
+    bool kernel = true;
+    std::string netns;
+  };
+
+  // Throws std::system_error when a namespace cannot be made (or opened).
+  // Every chip on the kernel, each in a namespace of its own:
   explicit KernelBacking(std::uint32_t chips);
+  explicit KernelBacking(std::vector<Placement> const& chips);
   ~KernelBacking();
   KernelBacking(KernelBacking const&) = delete;
   KernelBacking& operator=(KernelBacking const&) = delete;
 
+  // Chips numbered from 0, those on the kernel and the others.
   std::uint32_t chips() const { return static_cast<std::uint32_t>(chips_.size()); }
+  // The chip on the kernel, or null (not on the kernel, or no such chip).
   Chip* chip(std::uint32_t switchId) { return switchId < chips_.size() ? chips_[switchId].get() : nullptr; }
   // Drops whatever an earlier agent incarnation left in the kernel chips.
   void clearStale();

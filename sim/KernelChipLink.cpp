@@ -160,7 +160,9 @@ void KernelChipLink::doDeleteMrouteBoundary(std::uint32_t switchId, std::uint16_
 void KernelChipLink::doCommitMrouteBatch() {
   ChipLink::doCommitMrouteBatch();
   if (!connected()) return;
-  for (std::uint32_t c = 0; c < backing_.chips(); ++c) backing_.chip(c)->chip->doCommitMrouteBatch();
+  for (std::uint32_t c = 0; c < backing_.chips(); ++c) {
+    if (auto* k = backing_.chip(c)) k->chip->doCommitMrouteBatch();
+  }
 }
 
 bool KernelChipLink::mrouteFull(std::uint32_t switchId) {

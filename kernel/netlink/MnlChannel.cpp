@@ -5,8 +5,9 @@
 
 #include <libmnl/libmnl.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
-#include "kernel/netlink/NetnsScope.h"
+#include "kernel/KernelNetns.h"
 
 namespace FalKernel {
 
@@ -14,21 +15,25 @@ namespace {
 
 [[noreturn]] void fail(std::string const& what) { throw std::system_error(errno, std::generic_category(), what); }
 
-mnl_socket* openSocket() {
-  mnl_socket* s = mnl_socket_open2(NETLINK_ROUTE, SOCK_NONBLOCK | SOCK_CLOEXEC);
-  if (!s) fail("netlink socket");
+constexpr int kSocketType = SOCK_RAW | SOCK_NONBLOCK | SOCK_CLOEXEC;
+
+// The socket, made in the namespace (it stays bound to it).
+mnl_socket* openSocket(std::string const& netns) {
+  int const fd = netns.empty() ? ::socket(AF_NETLINK, kSocketType, NETLINK_ROUTE)
+                               : KernelNetns(netns).openSocket(AF_NETLINK, kSocketType, NETLINK_ROUTE);
+  if (fd < 0) fail("netlink socket" + (netns.empty() ? std::string() : " in namespace " + netns));
+  mnl_socket* s = mnl_socket_fdopen(fd);
+  if (!s) {
+    ::close(fd);
+    fail("netlink socket");
+  }
   return s;
 }
 
 }  // namespace
 
 std::unique_ptr<MnlChannel> MnlChannel::open(Options const& options) {
-  mnl_socket* s;
-  {
-    NetnsScope in(options.netns);
-    s = openSocket();
-  }
-  std::unique_ptr<MnlChannel> c(new MnlChannel(s));
+  std::unique_ptr<MnlChannel> c(new MnlChannel(openSocket(options.netns)));
   if (mnl_socket_bind(c->socket_, 0, MNL_SOCKET_AUTOPID) < 0) fail("bind netlink socket");
   for (unsigned group : options.groups) {
     int g = static_cast<int>(group);

@@ -2,9 +2,10 @@
 // FalKernel::MnlChannel: an rtnetlink socket (libmnl) opened inside a network
 // namespace, non-blocking, optionally subscribed to multicast groups.
 //
-// The namespace is entered only for the socket's creation: a netlink socket
-// stays bound to the namespace it was made in, so the calling thread returns
-// to its own namespace at once and everything else keeps running there.
+// The namespace is entered only for the socket's creation (KernelNetns): a
+// netlink socket stays bound to the namespace it was made in, so the calling
+// thread returns to its own namespace at once and everything else keeps
+// running there.
 #include <cstdint>
 #include <memory>
 #include <string>

@@ -12,7 +12,7 @@
 #include <linux/mroute.h>
 #include <linux/mroute6.h>
 
-#include "kernel/netlink/NetnsScope.h"
+#include "kernel/KernelNetns.h"
 
 namespace FalTest {
 
@@ -55,11 +55,11 @@ mfcctl mfc4(Netcore::IpGenAddr const& source, Netcore::IpGenAddr const& group, i
 
 }  // namespace
 
-MfcWriter::MfcWriter(std::string const& netns, std::uint32_t table) : netns_(netns) {
-  FalKernel::NetnsScope in(netns);
-  fd4_ = ::socket(AF_INET, SOCK_RAW | SOCK_CLOEXEC, IPPROTO_IGMP);
+MfcWriter::MfcWriter(std::string const& netns, std::uint32_t table)
+    : netns_(std::make_unique<FalKernel::KernelNetns>(netns)) {
+  fd4_ = netns_->openSocket(AF_INET, SOCK_RAW | SOCK_CLOEXEC, IPPROTO_IGMP);
   if (fd4_ < 0) fail("mroute socket (IPv4)");
-  fd6_ = ::socket(AF_INET6, SOCK_RAW | SOCK_CLOEXEC, IPPROTO_ICMPV6);
+  fd6_ = netns_->openSocket(AF_INET6, SOCK_RAW | SOCK_CLOEXEC, IPPROTO_ICMPV6);
   if (fd6_ < 0) {
     ::close(fd4_);
     fail("mroute socket (IPv6)");
@@ -88,7 +88,7 @@ void MfcWriter::vifIs(std::string const& name) {
   if (vif_.contains(name)) return;
   int index;
   {
-    FalKernel::NetnsScope in(netns_);
+    FalKernel::KernelNetns::Inside in(*netns_);
     index = static_cast<int>(::if_nametoindex(name.c_str()));
   }
   if (index == 0) fail("no interface " + name);

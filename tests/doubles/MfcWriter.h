@@ -8,10 +8,12 @@
 // 32 per family. Closing the writer (its destructor) makes the kernel flush
 // both tables, as when a daemon exits.
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "absl/container/flat_hash_map.h"
+#include "kernel/KernelNetns.h"
 #include "platform/net/IpGenAddr.h"
 
 namespace FalTest {
@@ -38,7 +40,7 @@ class MfcWriter {
   int fd(Netcore::IpGenAddr const& group) const { return group.isV6() ? fd6_ : fd4_; }
   int vif(std::string const& name) const;
 
-  std::string netns_;
+  std::unique_ptr<FalKernel::KernelNetns> netns_;
   int fd4_ = -1;
   int fd6_ = -1;
   absl::flat_hash_map<std::string, int> vif_;
