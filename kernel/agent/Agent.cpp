@@ -7,6 +7,7 @@
 #include <linux/rtnetlink.h>
 
 #include "kernel/netlink/MnlChannel.h"
+#include "sim/KernelChipLink.h"
 
 namespace FalAgent {
 
@@ -38,12 +39,31 @@ FalSim::Scenario Agent::platformOf(AgentConfig const& config) {
   return s;
 }
 
+std::unique_ptr<FalSim::KernelBacking> Agent::kernelOf(AgentConfig const& config) {
+  std::vector<FalSim::KernelBacking::Placement> placements;
+  bool any = false;
+  for (auto const& c : config.chips) {
+    bool const kernel = c.backend == AgentConfig::Chip::Backend::kernel;
+    placements.push_back({kernel, c.netns});
+    any = any || kernel;
+  }
+  return any ? std::make_unique<FalSim::KernelBacking>(placements) : nullptr;
+}
+
+FalSim::SimAgent::LinkFactory Agent::linkFactory() {
+  if (!kernel_) return {};
+  return [this](Vex::Ptr<FalSim::ReferenceChip> const& chip) -> Vex::Ptr<FalSim::ChipLink> {
+    return Vex::make<FalSim::KernelChipLink>("mroute-agent", chip, *kernel_);
+  };
+}
+
 Agent::Agent(AgentConfig config, std::unique_ptr<FalKernel::RtnlChannel> dump,
              std::unique_ptr<FalKernel::RtnlChannel> events)
     : config_(std::move(config)),
       chip_(Vex::make<FalSim::ReferenceChip>("mroute-agent", static_cast<std::uint32_t>(config_.chips.size()),
                                              config_.chips.front().capacity)),
-      platform_(platformOf(config_), chip_),
+      kernel_(kernelOf(config_)),
+      platform_(platformOf(config_), chip_, linkFactory()),
       dump_(std::move(dump)),
       events_(std::move(events)) {
   for (std::uint32_t c = 0; c < config_.chips.size(); ++c) chip_->capacityIs(c, config_.chips[c].capacity);
@@ -102,6 +122,9 @@ void Agent::shutdown() {
   platform_.programmer().commit();
   wanted_.clear();
   platform_.shutdown();
+  // Closing the kernel chips' sockets empties their tables; their devices go
+  // with their namespaces, or are removed from a named one.
+  kernel_.reset();
 }
 
 void Agent::routeIs(MrouteLib::DesiredRoute const& route) {
@@ -132,6 +155,7 @@ void Agent::portOperStatusIs(Netcore::IntfId port, Interface::IntfOperStatus sta
     portsDown_.insert(port);
   }
   platform_.ethIntfStatusDir().intfStatusIs(port)->operStatusIs(status);
+  if (kernel_) kernel_->portOperIs(port, status == Interface::intfOperUp);
 }
 
 void Agent::commit() {
@@ -158,6 +182,10 @@ Agent::Status Agent::status() const {
   }
   s.portsDown = portsDown_.size();
   s.inPlaceRewrites = chip_->statisticsTotal().inPlaceRewrites;
+  if (kernel_) {
+    for (std::uint32_t c = 0; c < kernel_->chips(); ++c) s.kernelChips += kernel_->chip(c) ? 1 : 0;
+    s.kernelRefusals = kernel_->figures().kernelRefusals;
+  }
   if (source_) {
     s.synchronized = source_->synchronized();
     s.source = source_->summary();
@@ -171,7 +199,9 @@ std::string statusLine(Agent::Status const& s) {
   os << "routes wanted " << s.routesWanted << " programmed " << s.routesProgrammed << " parked " << s.routesParked
      << " | replication entries " << s.replicationEntries << " (" << s.zombies << " zombies, sharing " << std::fixed
      << std::setprecision(2) << s.sharing << ") | ports down " << s.portsDown << ", in-place rewrites "
-     << s.inPlaceRewrites << " | kernel entries " << s.source.entries << " ("
+     << s.inPlaceRewrites;
+  if (s.kernelChips > 0) os << ", kernel chips " << s.kernelChips << " (" << s.kernelRefusals << " refusals)";
+  os << " | source table " << s.source.entries << " entries ("
      << s.source.entries - s.source.routes << " not routes, " << s.source.outputsUnmapped << " outputs unmapped), "
      << (s.synchronized ? "in sync" : "synchronising") << ", dumps " << s.sourceCounts.dumps << ", overflows "
      << s.sourceCounts.overflows << ", interrupted " << s.sourceCounts.interruptedDumps;

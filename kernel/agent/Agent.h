@@ -1,14 +1,16 @@
 #pragma once
 // FalAgent::Agent: the real-time agent behind mroute-agent. It brings up the
 // platform, the synchronous library and its chips as the simulator does
-// (FalSim::SimAgent), and feeds the route programmer from the kernel FIB
-// source: every multicast route of the source namespace's kernel tables
+// (FalSim::SimAgent: reference chips, and for chips of the "kernel" backend
+// the kernel chip beside them, through FalSim::KernelChipLink), and feeds
+// the route programmer from the kernel FIB source: every multicast route of the source namespace's kernel tables
 // becomes a desired route, every port's link state its operational status
 // (so a port going down makes the library rewrite the sets it protects).
 //
 // It is the source's FibSink: a batch from the source ends with a commit on
 // every chip and a review request to their state machines. With counters
-// "routes" on, each mirrored route is also counted.
+// "routes" on, each mirrored route is also counted. A port's link state goes
+// to the kernel chips' devices of that port too, as the wire would.
 //
 // configIs applies a re-read configuration to the running agent (interfaces,
 // zombies, aging, counters); what only a restart can change (source, VRFs,
@@ -25,6 +27,7 @@
 #include "kernel/netlink/FibSink.h"
 #include "kernel/netlink/KernelFibSource.h"
 #include "kernel/netlink/RtnlChannel.h"
+#include "sim/KernelBacking.h"
 #include "sim/ReferenceChip.h"
 #include "sim/SimAgent.h"
 
@@ -41,6 +44,8 @@ class Agent : public FalKernel::FibSink {
     double sharing = 0;  // routes per live replication entry
     std::size_t portsDown = 0;  // mapped ports whose link is not up
     std::uint64_t inPlaceRewrites = 0;  // replication entries rewritten for fast reroute
+    std::size_t kernelChips = 0;
+    std::uint64_t kernelRefusals = 0;  // allocations the kernel refused after the reference chip took them
     bool synchronized = false;
     FalKernel::KernelFibSource::Summary source;
     FalKernel::KernelFibSource::Counts sourceCounts;
@@ -51,7 +56,7 @@ class Agent : public FalKernel::FibSink {
   Agent(AgentConfig config, std::unique_ptr<FalKernel::RtnlChannel> dump,
         std::unique_ptr<FalKernel::RtnlChannel> events);
   // With rtnetlink channels opened in the configured namespace; throws
-  // std::system_error when they cannot be.
+  // std::system_error when they, or the kernel chips' namespaces, cannot be.
   static std::unique_ptr<Agent> open(AgentConfig config);
   ~Agent() override;
   Agent(Agent const&) = delete;
@@ -72,6 +77,8 @@ class Agent : public FalKernel::FibSink {
   Status status() const;
   FalSim::SimAgent& platform() { return platform_; }
   FalSim::ReferenceChip& referenceChip() const { return *chip_; }
+  // The kernel chips, or null when no chip has the kernel backend.
+  FalSim::KernelBacking* kernelBacking() const { return kernel_.get(); }
   FalKernel::KernelFibSource const* source() const { return source_.get(); }
 
   // FalKernel::FibSink
@@ -87,11 +94,15 @@ class Agent : public FalKernel::FibSink {
   };
 
   static FalSim::Scenario platformOf(AgentConfig const& config);
+  static std::unique_ptr<FalSim::KernelBacking> kernelOf(AgentConfig const& config);
+  FalSim::SimAgent::LinkFactory linkFactory();
   void countRoute(RouteId const& id, bool count);
   void settingsIs(AgentConfig const& config);
 
   AgentConfig config_;
   Vex::Ptr<FalSim::ReferenceChip> chip_;
+  // Before the platform: its links reach the kernel chips until it is gone.
+  std::unique_ptr<FalSim::KernelBacking> kernel_;
   FalSim::SimAgent platform_;
   std::unique_ptr<FalKernel::RtnlChannel> dump_;
   std::unique_ptr<FalKernel::RtnlChannel> events_;
@@ -101,8 +112,8 @@ class Agent : public FalKernel::FibSink {
 };
 
 // "routes wanted 10 programmed 10 parked 0 | replication entries 3 (0 zombies,
-// sharing 3.33) | ports down 1, in-place rewrites 2 | kernel entries 12 (2 not
-// routes, 0 outputs unmapped), in sync, dumps 1, overflows 0, interrupted 0"
+// sharing 3.33) | ports down 1, in-place rewrites 2 | source table 12 entries
+// (2 not routes, 0 outputs unmapped), in sync, dumps 1, overflows 0, interrupted 0"
 std::string statusLine(Agent::Status const& s);
 
 }  // namespace FalAgent

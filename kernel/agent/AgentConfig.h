@@ -29,12 +29,18 @@ struct AgentConfig {
   };
 
   struct Chip {
-    enum class Backend : std::uint8_t { reference };
+    // reference: a software model of the chip's tables; kernel: the Linux
+    // kernel's multicast forwarding as well, real packets through real
+    // devices (the reference chip stays the model the library is checked on).
+    enum class Backend : std::uint8_t { reference, kernel };
     std::string name;
     Backend backend = Backend::reference;
+    // kernel: an existing namespace for its devices (to reach them from
+    // outside); empty: a namespace of its own, gone with the agent.
+    std::string netns;
     FalSim::ReferenceChipCapacity capacity;
     friend bool operator==(Chip const& a, Chip const& b) {
-      return a.name == b.name && a.backend == b.backend && a.capacity.routes == b.capacity.routes &&
+      return a.name == b.name && a.backend == b.backend && a.netns == b.netns && a.capacity.routes == b.capacity.routes &&
              a.capacity.boundaries == b.capacity.boundaries &&
              a.capacity.replicationEntries == b.capacity.replicationEntries;
     }

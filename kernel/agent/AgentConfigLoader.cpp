@@ -120,7 +120,7 @@ void Loader::chips(Value const& v, std::string const& path) {
   for (std::size_t i = 0; i < a.Size(); ++i) {
     std::string const p = item(path, i);
     object(a[i], p, what);
-    knownFields(a[i], p, {"name", "flavour", "backend", "routes", "boundaries", "replicationEntries"});
+    knownFields(a[i], p, {"name", "flavour", "backend", "namespace", "routes", "boundaries", "replicationEntries"});
     AgentConfig::Chip chip;
     chip.name = "chip" + std::to_string(i);
     if (auto const* n = member(a[i], "name")) chip.name = string(*n, child(p, "name"), "the chip's name");
@@ -129,8 +129,23 @@ void Loader::chips(Value const& v, std::string const& path) {
       if (string(*f, child(p, "flavour"), only) != "sync") fail(child(p, "flavour"), only, f);
     }
     if (auto const* b = member(a[i], "backend")) {
-      char const* const only = "\"reference\" (a software model of the chip's tables)";
-      if (string(*b, child(p, "backend"), only) != "reference") fail(child(p, "backend"), only, b);
+      char const* const what =
+          "\"reference\" (a software model of the chip's tables) or \"kernel\" (the Linux kernel's forwarding too)";
+      std::string const backend = string(*b, child(p, "backend"), what);
+      if (backend == "kernel") {
+        chip.backend = AgentConfig::Chip::Backend::kernel;
+      } else if (backend != "reference") {
+        fail(child(p, "backend"), what, b);
+      }
+    }
+    if (auto const* n = member(a[i], "namespace")) {
+      std::string const np = child(p, "namespace");
+      if (chip.backend != AgentConfig::Chip::Backend::kernel) {
+        fail(np, "no namespace on a chip whose backend is not \"kernel\"", n);
+      }
+      char const* const what = "an existing network namespace for the chip's devices (as `ip netns` lists it)";
+      chip.netns = string(*n, np, what);
+      if (chip.netns.empty()) fail(np, what, n);
     }
     if (auto const* r = member(a[i], "routes")) chip.capacity.routes = integer(*r, child(p, "routes"), size, 0, kMaxTableSize);
     if (auto const* r = member(a[i], "boundaries")) {
@@ -174,7 +189,7 @@ AgentConfig Loader::run(std::string_view text) {
   if (auto const* c = member(root, "chips")) {
     chips(*c, "chips");
   } else {
-    c_.chips.push_back({"chip0", AgentConfig::Chip::Backend::reference, {}});
+    c_.chips.emplace_back().name = "chip0";
   }
   if (auto const* z = member(root, "zombies")) zombies(*z, "zombies", c_.zombiesEnabled, c_.zombieLifetime);
   if (auto const* a = member(root, "aging")) aging(*a, "aging", c_.activityPollingInterval);

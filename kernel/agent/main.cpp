@@ -30,8 +30,9 @@ constexpr char const* kDescription =
     "change notifications; a lost notification or an interrupted dump makes it resynchronise.\n\n"
     "The configuration file (JSON) names the source namespace, the kernel tables and the VRFs\n"
     "they are, the kernel interfaces and the port and VLAN each stands for (with fast-reroute\n"
-    "backups), the chips (flavour \"sync\", the only one it runs today; backend \"reference\"),\n"
-    "and the zombie, aging and counter settings. Example:\n"
+    "backups), the chips (flavour \"sync\", the only one it runs today; backend \"reference\", a\n"
+    "software model, or \"kernel\", the Linux kernel's forwarding as well, in a namespace of its\n"
+    "own or in an existing one: \"namespace\"), and the zombie, aging and counter settings. Example:\n"
     "  {\"source\": {\"namespace\": \"src\"},\n"
     "   \"interfaces\": [{\"name\": \"in0\", \"port\": \"Ethernet1\", \"vlan\": 100},\n"
     "                  {\"name\": \"out1\", \"port\": \"Ethernet2\", \"vlan\": 200,\n"
@@ -39,10 +40,10 @@ constexpr char const* kDescription =
     "   \"chips\": [{\"name\": \"chip0\", \"flavour\": \"sync\", \"backend\": \"reference\"}],\n"
     "   \"zombies\": {\"enabled\": true, \"lifetime\": 4.0}, \"status\": {\"interval\": 5}}\n\n"
     "A status line every few seconds: routes wanted, programmed and parked, replication entries\n"
-    "and their sharing, the kernel entries and the synchronisation state. SIGHUP re-reads the\n"
+    "and their sharing, the source table's entries and the synchronisation state. SIGHUP re-reads the\n"
     "configuration (interfaces, zombies, aging, counters take effect; source, VRFs and chips\n"
     "need a restart); SIGTERM or Ctrl-C delete every route from the chips and stop.\n\n"
-    "Exit status: 0 after a clean stop, 1 when it cannot run (namespace, privilege),\n"
+    "Exit status: 0 after a clean stop, 1 when it cannot run (a namespace, the privilege),\n"
     "2 for a bad configuration (the message names the file, the field and what was expected).";
 
 // Prints the status line on its clock, and re-arms it.
@@ -134,9 +135,7 @@ int main(int argc, char** argv) {
   try {
     agent = FalAgent::Agent::open(config);
   } catch (std::system_error const& e) {
-    std::cerr << "mroute-agent: cannot read the kernel's tables"
-              << (config.sourceNamespace.empty() ? "" : " in namespace " + config.sourceNamespace) << ": " << e.what()
-              << '\n';
+    std::cerr << "mroute-agent: cannot start: " << e.what() << '\n';
     return kExitCannotRun;
   }
   Signals signals(am, *agent, configPath);

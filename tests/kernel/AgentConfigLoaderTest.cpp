@@ -25,7 +25,7 @@ TEST(AgentConfigLoaderTest, FullFileReadsIntoTheAgentsValues) {
              {"name": "red", "id": 7, "ipv4Table": 10}],
     )") + kInterfaces + R"(,
     "chips": [{"name": "a", "flavour": "sync", "backend": "reference", "routes": 10, "boundaries": 2, "replicationEntries": 3},
-              {}],
+              {"backend": "kernel", "namespace": "fal-chip"}],
     "zombies": {"enabled": false, "lifetime": 1.5},
     "aging": {"activityPollingInterval": 20},
     "counters": {"mode": "bytes", "all": true, "routes": true},
@@ -41,6 +41,8 @@ TEST(AgentConfigLoaderTest, FullFileReadsIntoTheAgentsValues) {
   EXPECT_EQ(c.chips[0].name, "a");
   EXPECT_EQ(c.chips[0].capacity.replicationEntries, 3u);
   EXPECT_EQ(c.chips[1].name, "chip1");
+  EXPECT_EQ(c.chips[1].backend, AgentConfig::Chip::Backend::kernel);
+  EXPECT_EQ(c.chips[1].netns, "fal-chip");
   EXPECT_FALSE(c.zombiesEnabled);
   EXPECT_EQ(c.zombieLifetime, 1.5);
   EXPECT_EQ(c.activityPollingInterval, 20);
@@ -111,8 +113,11 @@ INSTANTIATE_TEST_SUITE_P(
                 "agent.json: chips[0].flavour: expected \"sync\" (the only flavour mroute-agent runs today), got the "
                 "string \"async\""},
         BadCase{"UnknownBackend", with(R"("chips": [{"backend": "asic"}])"),
-                "agent.json: chips[0].backend: expected \"reference\" (a software model of the chip's tables), got the "
-                "string \"asic\""},
+                "agent.json: chips[0].backend: expected \"reference\" (a software model of the chip's tables) or "
+                "\"kernel\" (the Linux kernel's forwarding too), got the string \"asic\""},
+        BadCase{"NamespaceOfAReferenceChip", with(R"("chips": [{"backend": "reference", "namespace": "x"}])"),
+                "agent.json: chips[0].namespace: expected no namespace on a chip whose backend is not \"kernel\", got "
+                "the string \"x\""},
         BadCase{"NoInterfaces", "{}", "agent.json: interfaces: expected a list of kernel interfaces, got nothing"},
         BadCase{"UnknownField", with(R"("zombie": {})"),
                 "agent.json: zombie: expected a known field (one of source, vrfs, interfaces, chips, zombies, aging, "
