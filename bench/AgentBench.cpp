@@ -3,7 +3,8 @@
 // BM_KernelRouteToChip: a writer process adds routes to the kernel's
 // multicast table through the mroute socket, one every kPaceMicros, as a
 // routing daemon does; the agent (this process, its own event loop) mirrors
-// them onto a reference chip. Per route: the time from the writer's command
+// them onto a reference chip (kernelChip:0) or onto a kernel chip beside it
+// (kernelChip:1: an MFC entry in the chip's own namespace as well). Per route: the time from the writer's command
 // to the route programmed on the chip (agent_p50_ms, agent_p99_ms), beside
 // the kernel's own time from the same command to its forwarding entry, that
 // is until the command returned (kernel_p50_ms, kernel_p99_ms). Both on
@@ -57,14 +58,15 @@ struct Rig {
   Rig() : ns("bench") {
     for (char const* l : {"in0", "out1", "out2", "out3", "out4"}) ns.vethIs(l, std::string(l) + "p");
   }
-  std::unique_ptr<FalAgent::Agent> agent() const {
+  std::unique_ptr<FalAgent::Agent> agent(bool kernelChip = false) const {
     std::string const config = R"({"source": {"namespace": ")" + ns.name() + R"("},
       "interfaces": [{"name": "in0", "port": "Ethernet1", "vlan": 100},
                      {"name": "out1", "port": "Ethernet2", "vlan": 200},
                      {"name": "out2", "port": "Ethernet3", "vlan": 200},
                      {"name": "out3", "port": "Ethernet4", "vlan": 200},
                      {"name": "out4", "port": "Ethernet5", "vlan": 200}],
-      "chips": [{"routes": 1000000, "replicationEntries": 65536}]})";
+      "chips": [{"routes": 1000000, "replicationEntries": 65536, "backend": ")" +
+                               std::string(kernelChip ? "kernel" : "reference") + R"("}]})";
     return FalAgent::Agent::open(FalAgent::AgentConfigLoader::parse(config, "bench.json"));
   }
   void addVifs(FalTest::MfcWriter& w) const {
@@ -153,6 +155,7 @@ bool skipWithoutRoot(benchmark::State& state) {
 void BM_KernelRouteToChip(benchmark::State& state) {
   if (skipWithoutRoot(state)) return;
   auto const n = static_cast<std::uint32_t>(state.range(0));
+  bool const kernelChip = state.range(1) != 0;
   Rig rig;
   int toWriter[2], fromWriter[2];
   if (::pipe(toWriter) != 0 || ::pipe(fromWriter) != 0) return state.SkipWithError("pipe");
@@ -164,7 +167,7 @@ void BM_KernelRouteToChip(benchmark::State& state) {
   std::vector<double> agent, kernel;
   for (auto _ : state) {
     Vex::ActivityManager am(std::make_unique<Vex::MonotonicTimeSource>());
-    auto a = rig.agent();
+    auto a = rig.agent(kernelChip);
     a->start();
     while (!a->status().synchronized) am.runFor(0.01);
     ProgrammedWatch watch(a->platform().hwStatus(Netcore::AddressFamily::ipv4).vrfStatusIs(L3::VrfName("default")));
@@ -196,7 +199,13 @@ void BM_KernelRouteToChip(benchmark::State& state) {
   state.counters["kernel_p50_ms"] = percentile(kernel, 0.5);
   state.counters["kernel_p99_ms"] = percentile(kernel, 0.99);
 }
-BENCHMARK(BM_KernelRouteToChip)->Arg(10000)->Iterations(1)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_KernelRouteToChip)
+    ->ArgNames({"routes", "kernelChip"})
+    ->Args({10000, 0})
+    ->Args({10000, 1})
+    ->Iterations(1)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
 
 double seconds(Clock::time_point a, Clock::time_point b) { return std::chrono::duration<double>(b - a).count(); }
 
@@ -237,7 +246,7 @@ void BM_FullResync(benchmark::State& state) {
   state.counters["resync_entries_per_s"] = n / resync;
   state.counters["ipmroute_entries_per_s"] = n / ipShow;
 }
-BENCHMARK(BM_FullResync)->Arg(100000)->Iterations(1)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_FullResync)->ArgNames({"entries"})->Arg(100000)->Iterations(1)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 }  // namespace
 
