@@ -78,7 +78,8 @@ std::unique_ptr<Agent> Agent::open(AgentConfig config) {
 
 Agent::~Agent() { source_.reset(); }
 
-void Agent::start() {
+void Agent::start(std::string const& countersName) {
+  platform_.counterStatusNameIs(countersName);
   platform_.start();
   source_ = std::make_unique<FalKernel::KernelFibSource>(std::move(dump_), std::move(events_), config_.sourceMap(),
                                                           *this);
@@ -139,8 +140,10 @@ void Agent::routeDel(L3::VrfName const& vrf, Routing::Multicast::Fib::IpGenRoute
   if (wanted_.erase(id) && config_.countRoutes) countRoute(id, false);
 }
 
+// Counters of both families are configured where the top-level state
+// machine watches them: the IPv4 configuration.
 void Agent::countRoute(RouteId const& id, bool count) {
-  auto& vrfConfig = platform_.vrfConfig(id.second.af());
+  auto& vrfConfig = platform_.vrfConfig(AddressFamily::ipv4);
   if (count) {
     vrfConfig.configIs(id.first)->counterRouteIs(id.second, true);
   } else if (auto c = vrfConfig.config(id.first)) {

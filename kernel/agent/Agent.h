@@ -63,7 +63,9 @@ class Agent : public FalKernel::FibSink {
   Agent& operator=(Agent const&) = delete;
 
   // Brings the library up and starts the first dump. Needs the event loop.
-  void start();
+  // countersName: the shared-memory name the counter status is published
+  // under ("B.counterStatus"); empty: not published.
+  void start(std::string const& countersName = {});
   // Applies config; returns the fields that need a restart (not applied).
   std::vector<std::string> configIs(AgentConfig config);
   AgentConfig const& config() const { return config_; }

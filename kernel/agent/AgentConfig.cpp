@@ -17,6 +17,7 @@ std::vector<std::string> AgentConfig::restartNeeded(AgentConfig const& other) co
   if (sourceNamespace != other.sourceNamespace || receiveBuffer != other.receiveBuffer) fields.push_back("source");
   if (vrfs != other.vrfs) fields.push_back("vrfs");
   if (chips != other.chips) fields.push_back("chips");
+  if (countersPublishedAs != other.countersPublishedAs) fields.push_back("counters.publish");
   return fields;
 }
 

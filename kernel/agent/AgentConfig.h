@@ -62,12 +62,20 @@ struct AgentConfig {
   std::uint8_t activityPollingInterval = 10;
   Routing::Multicast::Fib::CounterMode counterMode = Routing::Multicast::Fib::CounterMode::packets;
   bool allCounter = false;
-  bool countRoutes = false;  // a counter for every mirrored route
+  bool countRoutes = false;  // a counter for every mirrored route (with allCounter only)
+  // The base name B the counter status is published under, in shared memory
+  // (B.counterStatus), for mroute-counters; empty: mroute-agent-<pid>.
+  std::string countersPublishedAs;
   Vex::Seconds statusInterval = 5.0;
 
   // The tables and interfaces, as the kernel FIB source takes them.
   FalKernel::SourceMap sourceMap() const;
-  // Fields whose change takes a restart (source, VRFs, chips), by name, in
+  // The base name the counters are published under for process pid.
+  std::string countersBase(int pid) const {
+    return countersPublishedAs.empty() ? "mroute-agent-" + std::to_string(pid) : countersPublishedAs;
+  }
+  // Fields whose change takes a restart (source, VRFs, chips, the counters'
+  // name), by name, in
   // the order of the file; empty when other can be applied to a running agent.
   std::vector<std::string> restartNeeded(AgentConfig const& other) const;
 };

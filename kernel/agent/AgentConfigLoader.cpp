@@ -5,7 +5,9 @@
 #include <tuple>
 #include <utility>
 
+#include "platform/memtab/Segment.h"
 #include "sim/JsonReader.h"
+#include "tools/PublishedCounters.h"
 
 namespace FalAgent {
 
@@ -160,10 +162,22 @@ void Loader::chips(Value const& v, std::string const& path) {
 
 void Loader::counters(Value const& v, std::string const& path) {
   object(v, path);
-  knownFields(v, path, {"mode", "all", "routes"});
+  knownFields(v, path, {"mode", "all", "routes", "publish"});
   if (auto const* m = member(v, "mode")) c_.counterMode = counterMode(*m, child(path, "mode"));
   c_.allCounter = optBool(v, path, "all", c_.allCounter);
   c_.countRoutes = optBool(v, path, "routes", c_.countRoutes);
+  if (c_.countRoutes && !c_.allCounter) {
+    fail(child(path, "routes"), "false while \"all\" is false (the library counts single routes only while it counts all)",
+         member(v, "routes"));
+  }
+  if (auto const* p = member(v, "publish")) {
+    std::string const pp = child(path, "publish");
+    char const* const what = "a base name for the shared-memory counter tables (letters, digits, '.', '_', '-')";
+    c_.countersPublishedAs = string(*p, pp, what);
+    std::string table = c_.countersPublishedAs;
+    table += FalTools::PublishedCounters::kCounterStatusSuffix;
+    if (!Memtab::nameValid(table)) fail(pp, what, p);
+  }
 }
 
 void Loader::status(Value const& v, std::string const& path) {

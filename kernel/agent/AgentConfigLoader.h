@@ -17,7 +17,7 @@
 //               {"name": "chip1", "backend": "kernel", "namespace": "fal-chip"}],
 //     "zombies": {"enabled": true, "lifetime": 4.0},
 //     "aging": {"activityPollingInterval": 10},
-//     "counters": {"mode": "packets", "all": false, "routes": false},
+//     "counters": {"mode": "packets", "all": false, "routes": false, "publish": "agent1"},
 //     "status": {"interval": 5}
 //   }
 //

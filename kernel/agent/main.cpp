@@ -11,12 +11,14 @@
 #include <system_error>
 
 #include <signal.h>
+#include <unistd.h>
 
 #include "kernel/agent/Agent.h"
 #include "kernel/agent/AgentConfigLoader.h"
 #include "platform/vex/ActivityManager.h"
 #include "platform/vex/SignalDescriptor.h"
 #include "platform/vex/Trace.h"
+#include "tools/PublishedCounters.h"
 
 namespace {
 
@@ -39,6 +41,8 @@ constexpr char const* kDescription =
     "                   \"frrBackups\": [\"Ethernet3.200\"]}],\n"
     "   \"chips\": [{\"name\": \"chip0\", \"flavour\": \"sync\", \"backend\": \"reference\"}],\n"
     "   \"zombies\": {\"enabled\": true, \"lifetime\": 4.0}, \"status\": {\"interval\": 5}}\n\n"
+    "The route counters are published in shared memory under a base name (\"counters\":\n"
+    "{\"publish\": NAME}, mroute-agent-<pid> by default) for mroute-counters to read.\n\n"
     "A status line every few seconds: routes wanted, programmed and parked, replication entries\n"
     "and their sharing, the source table's entries and the synchronisation state. SIGHUP re-reads the\n"
     "configuration (interfaces, zombies, aging, counters take effect; source, VRFs and chips\n"
@@ -139,10 +143,18 @@ int main(int argc, char** argv) {
     return kExitCannotRun;
   }
   Signals signals(am, *agent, configPath);
-  agent->start();
+  std::string const countersBase = config.countersBase(::getpid());
+  agent->start(countersBase + std::string(FalTools::PublishedCounters::kCounterStatusSuffix));
   std::cout << "mroute-agent: mirroring the multicast tables of "
             << (config.sourceNamespace.empty() ? "this namespace" : "namespace " + config.sourceNamespace) << " onto "
             << config.chips.size() << " chip" << (config.chips.size() == 1 ? "" : "s") << std::endl;
+  auto const& counters = *agent->platform().counterStatus().control();
+  if (counters.published()) {
+    std::cout << "mroute-agent: counters published as " << countersBase << " (" << counters.path()
+              << "): mroute-counters --name " << countersBase << std::endl;
+  } else {
+    std::cerr << "mroute-agent: counters not published: " << counters.error() << std::endl;
+  }
   StatusClock status(am, *agent);
   am.run();
   std::cout << "mroute-agent: stopped" << std::endl;

@@ -28,7 +28,7 @@ TEST(AgentConfigLoaderTest, FullFileReadsIntoTheAgentsValues) {
               {"backend": "kernel", "namespace": "fal-chip"}],
     "zombies": {"enabled": false, "lifetime": 1.5},
     "aging": {"activityPollingInterval": 20},
-    "counters": {"mode": "bytes", "all": true, "routes": true},
+    "counters": {"mode": "bytes", "all": true, "routes": true, "publish": "agent-1"},
     "status": {"interval": 0.5}})";
   AgentConfig const c = AgentConfigLoader::parse(text, "agent.json");
   EXPECT_EQ(c.sourceNamespace, "src");
@@ -49,6 +49,7 @@ TEST(AgentConfigLoaderTest, FullFileReadsIntoTheAgentsValues) {
   EXPECT_EQ(c.counterMode, Routing::Multicast::Fib::CounterMode::bytes);
   EXPECT_TRUE(c.allCounter);
   EXPECT_TRUE(c.countRoutes);
+  EXPECT_EQ(c.countersBase(42), "agent-1");
   EXPECT_EQ(c.statusInterval, 0.5);
 
   auto const map = c.sourceMap();
@@ -72,6 +73,7 @@ TEST(AgentConfigLoaderTest, DefaultsMirrorTheKernelsDefaultTablesOntoOneReferenc
   EXPECT_TRUE(c.zombiesEnabled);
   EXPECT_EQ(c.zombieLifetime, 4.0);
   EXPECT_FALSE(c.countRoutes);
+  EXPECT_EQ(c.countersBase(42), "mroute-agent-42");
 }
 
 TEST(AgentConfigLoaderTest, RestartIsNeededOnlyForSourceVrfsAndChips) {
@@ -83,7 +85,8 @@ TEST(AgentConfigLoaderTest, RestartIsNeededOnlyForSourceVrfsAndChips) {
   EXPECT_TRUE(a.restartNeeded(b).empty());
   b.chips.push_back({});
   b.sourceNamespace = "other";
-  EXPECT_EQ(a.restartNeeded(b), (std::vector<std::string>{"source", "chips"}));
+  b.countersPublishedAs = "elsewhere";
+  EXPECT_EQ(a.restartNeeded(b), (std::vector<std::string>{"source", "chips", "counters.publish"}));
 }
 
 struct BadCase {
@@ -145,6 +148,12 @@ INSTANTIATE_TEST_SUITE_P(
                 "object"},
         BadCase{"NotJson", "{\n  \"interfaces\": [,]\n}",
                 "agent.json: line 2, column 18: expected valid JSON (Invalid value.)"},
+        BadCase{"SingleRoutesWithoutAll", with(R"("counters": {"routes": true})"),
+                "agent.json: counters.routes: expected false while \"all\" is false (the library counts single routes "
+                "only while it counts all), got true"},
+        BadCase{"CountersNameWithASlash", with(R"("counters": {"publish": "a/b"})"),
+                "agent.json: counters.publish: expected a base name for the shared-memory counter tables (letters, "
+                "digits, '.', '_', '-'), got the string \"a/b\""},
         BadCase{"EmptyNamespace", with(R"("source": {"namespace": ""})"),
                 "agent.json: source.namespace: expected a network namespace name (as `ip netns` lists it) or a path "
                 "to one, got the string \"\""}),

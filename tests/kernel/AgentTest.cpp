@@ -13,6 +13,8 @@
 #include "kernel/agent/AgentConfigLoader.h"
 #include "platform/vex/ActivityManager.h"
 #include "tests/doubles/FakeRtnlKernel.h"
+#include "tests/doubles/ShmNames.h"
+#include "tools/PublishedCounters.h"
 
 namespace {
 
@@ -50,10 +52,10 @@ class AgentTest : public ::testing::Test {
     kernel_.linkIs({kOut2, "out2", true, IF_OPER_UP});
     kernel_.linkIs({kOut3, "out3", true, IF_OPER_UP});
   }
-  void start(std::string const& config = kConfig) {
+  void start(std::string const& config = kConfig, std::string const& countersName = {}) {
     agent_ = std::make_unique<FalAgent::Agent>(FalAgent::AgentConfigLoader::parse(config, "agent.json"),
                                                kernel_.dumpChannel(), kernel_.eventChannel());
-    agent_->start();
+    agent_->start(countersName);
     settle();
   }
   void settle() { am_.runFor(0); }
@@ -62,7 +64,9 @@ class AgentTest : public ::testing::Test {
     return agent_->referenceChip().forward(chip, 0, IpGenAddr("10.0.0.2"), IpGenAddr(group), Bridging::VlanIdOrNone(100));
   }
 
-  Vex::ActivityManager am_{std::make_unique<Vex::VirtualTimeSource>(0.0)};
+  // Not from 0: the library takes a counter row updated at time 0 for one
+  // never published.
+  Vex::ActivityManager am_{std::make_unique<Vex::VirtualTimeSource>(1.0)};
   FalTest::FakeRtnlKernel kernel_;
   std::unique_ptr<FalAgent::Agent> agent_;
 };
@@ -144,7 +148,7 @@ TEST_F(AgentTest, ReReadConfigurationTakesEffectExceptWhatNeedsARestart) {
                    {"name": "out1", "port": "Ethernet7", "vlan": 700}],
     "chips": [{"name": "a"}],
     "zombies": {"enabled": false},
-    "counters": {"routes": true}})";
+    "counters": {"all": true, "routes": true}})";
   auto const restart = agent_->configIs(FalAgent::AgentConfigLoader::parse(changed, "agent.json"));
   settle();
   EXPECT_EQ(restart, (std::vector<std::string>{"chips"}));
@@ -158,6 +162,37 @@ TEST_F(AgentTest, ReReadConfigurationTakesEffectExceptWhatNeedsARestart) {
   ASSERT_TRUE(counted);
   EXPECT_TRUE(counted->counterRoute({Netcore::IpGenPrefix("10.0.0.2/32"), Netcore::IpGenPrefix("239.1.1.1/32")}));
   EXPECT_EQ(agent_->status().zombies, 0u);  // the old set went at once: zombies are off
+}
+
+TEST_F(AgentTest, CountersOfMirroredRoutesArePublishedForOtherProcesses) {
+  std::string const base = FalMrouteTest::uniqueShmName("agent");
+  std::string table = base;
+  table += FalTools::PublishedCounters::kCounterStatusSuffix;
+  kernel_.mfcIs(mfc("239.1.1.1", kIn, {kOut1}));
+  kernel_.mfcIs(mfc("239.1.1.2", kIn, {kOut2}));
+  {
+    start(R"({"interfaces": [{"name": "in0", "port": "Ethernet1", "vlan": 100},
+                             {"name": "out1", "port": "Ethernet2", "vlan": 200},
+                             {"name": "out2", "port": "Ethernet3", "vlan": 200}],
+              "counters": {"all": true, "routes": true}})",
+          table);
+    FalTools::PublishedCounters reader(base);
+    am_.runFor(3.0);  // a counter poll
+    reader.refresh();
+    ASSERT_TRUE(reader.anyPublished());
+    EXPECT_EQ(reader.counterStatus().size(), 3u);  // the two routes' and all routes' (the wildcard)
+    Routing::Multicast::Fib::IpGenRouteKey const key(Netcore::IpGenPrefix("10.0.0.2/32"),
+                                                    Netcore::IpGenPrefix("239.1.1.2/32"));
+    EXPECT_EQ(reader.counterStatus().counter(key).routeKey(), key);
+
+    kernel_.mfcDel(mfc("239.1.1.2", kIn, {}));
+    settle();
+    reader.refresh();
+
+    EXPECT_EQ(reader.counterStatus().size(), 2u);
+    agent_.reset();
+  }
+  EXPECT_EQ(FalMrouteTest::shmLeftovers(), std::vector<std::string>());
 }
 
 TEST_F(AgentTest, ShutdownLeavesTheChipsEmptyThroughTheLibrarysOwnCleanup) {
