@@ -81,7 +81,6 @@ class Agent : public FalKernel::FibSink {
   FalSim::ReferenceChip& referenceChip() const { return *chip_; }
   // The kernel chips, or null when no chip has the kernel backend.
   FalSim::KernelBacking* kernelBacking() const { return kernel_.get(); }
-  FalKernel::KernelFibSource const* source() const { return source_.get(); }
 
   // FalKernel::FibSink
   void routeIs(MrouteLib::DesiredRoute const& route) override;

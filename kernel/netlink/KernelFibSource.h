@@ -92,13 +92,11 @@ class KernelFibSource {
   void resync();
   // Translates every held entry again with the new map.
   void sourceMapIs(SourceMap map);
-  SourceMap const& sourceMap() const { return map_; }
 
   // A full dump has completed and no other is running.
   bool synchronized() const { return step_ == Step::idle && counts_.dumps > 0; }
   Counts const& counts() const { return counts_; }
   Summary summary() const;
-  LinkTable const& links() const { return links_; }
 
  private:
   enum class Step : std::uint8_t { idle, links, ipv4, ipv6 };

@@ -24,7 +24,6 @@ class RecordingFibSink : public FalKernel::FibSink {
   }
   void routeDel(L3::VrfName const& vrf, Routing::Multicast::Fib::IpGenRouteKey const& key) override {
     routes.erase({vrf.stringValue(), key.pretty()});
-    ++deletes;
     ++uncommitted;
   }
   void portOperStatusIs(Netcore::IntfId port, Interface::IntfOperStatus status) override {
@@ -44,7 +43,6 @@ class RecordingFibSink : public FalKernel::FibSink {
   std::map<RouteId, MrouteLib::DesiredRoute> routes;
   std::set<RouteId> everGiven;
   std::map<Netcore::IntfId, Interface::IntfOperStatus> ports;
-  std::size_t deletes = 0;
   std::size_t commits = 0;
   std::size_t uncommitted = 0;
 };
