@@ -1,6 +1,7 @@
 // Over a churn of routes that share groups, leave them and come back, no
 // group is deleted while a route points at it, and every group is deleted
-// exactly once by the end, whichever way it ends.
+// exactly once by the end, whichever way it ends: zombie expiry, forced
+// purge, the state machine's clean-up or the switch going away.
 #include <gtest/gtest.h>
 
 #include <map>
@@ -59,15 +60,66 @@ class AsyncGroupLifetimeTest : public ::testing::Test {
   std::vector<RouteHandle> live;
 };
 
-TEST_F(AsyncGroupLifetimeTest, EveryGroupIsDeletedOnceWhenTheSwitchGoesAfterItsRoutes) {
+// How the groups left waiting after the churn come to an end.
+enum class Ending { zombieExpiry, forcedPurge, cleanUp, switchGone };
+
+struct LifetimeMode {
+  char const* name;
+  Ending ending;
+};
+
+class AsyncGroupEndingTest : public AsyncGroupLifetimeTest, public ::testing::WithParamInterface<LifetimeMode> {};
+
+TEST_P(AsyncGroupEndingTest, EveryGroupIsDeletedExactlyOnceAndNeverUnderARoute) {
+  Ending const ending = GetParam().ending;
+  if (ending != Ending::switchGone) rig.startSm();
   churn();
   for (RouteHandle h : live) rig.unprogram(h);
   check("all left");
   EXPECT_TRUE(rig.helper->groupDeletes.empty());  // all three wait as zombies
-  rig.sw = nullptr;
+  switch (ending) {
+    case Ending::zombieExpiry:
+      rig.am.runUntil(rig.now() + 3.0);
+      break;
+    case Ending::forcedPurge:
+      for (int i = 0; i < 4; ++i) rig.sm->doForcePurgeOneZombie();  // one more than there are
+      break;
+    case Ending::cleanUp:
+      rig.sm = nullptr;
+      break;
+    case Ending::switchGone:
+      rig.sw = nullptr;
+      break;
+  }
   EXPECT_EQ(rig.helper->groupDeletes, (std::map<std::uint32_t, std::uint32_t>{{1, 1}, {2, 1}, {3, 1}}));
   EXPECT_TRUE(rig.helper->groups.empty());
-  check("switch gone");
+  check("ended");
+  // Nothing is left to delete a group a second time.
+  rig.am.runUntil(rig.now() + 10.0);
+  rig.sm = nullptr;
+  rig.sw = nullptr;
+  EXPECT_EQ(rig.helper->groupDeletes.size(), 3u);
+  check("gone");
+}
+
+INSTANTIATE_TEST_SUITE_P(Endings, AsyncGroupEndingTest,
+                         ::testing::Values(LifetimeMode{"ZombieExpiry", Ending::zombieExpiry},
+                                           LifetimeMode{"ForcedPurge", Ending::forcedPurge},
+                                           LifetimeMode{"CleanUp", Ending::cleanUp},
+                                           LifetimeMode{"SwitchGone", Ending::switchGone}),
+                         [](auto const& info) { return std::string(info.param.name); });
+
+// Routes still bound when the state machine cleans up keep their groups; the
+// groups go when the routes do, once each.
+TEST_F(AsyncGroupLifetimeTest, CleanUpLeavesTheGroupsOfBoundRoutesToTheirRoutes) {
+  rig.startSm();
+  churn();
+  rig.sm = nullptr;
+  EXPECT_EQ(rig.helper->groupDeletes, (std::map<std::uint32_t, std::uint32_t>{{3, 1}}));
+  check("cleaned up");
+  for (RouteHandle h : live) rig.unprogram(h);
+  EXPECT_EQ(rig.helper->groupDeletes, (std::map<std::uint32_t, std::uint32_t>{{1, 1}, {2, 1}, {3, 1}}));
+  check("routes gone");
 }
 
 }  // namespace

@@ -117,14 +117,6 @@ TEST_F(AsyncGroupTest, GroupInHardwareOutlivesItsLastRouteAsAZombie) {
   EXPECT_EQ(rig.sw->inUseOifSet(oA.get()), set);
 }
 
-TEST_F(AsyncGroupTest, ZombieLifetimeIsTheRecordsOwn) {
-  RouteHandle const h = rig.program(k1, oA);
-  rig.sw->inUseOifSet(oA.get())->zombieLifetimeIs(1.5);
-  Vex::Seconds const t = rig.now();
-  rig.unprogram(h);
-  EXPECT_EQ(rig.sw->zombieOifSet().first()->first, ZombieKey(1, t + 1.5));
-}
-
 TEST_F(AsyncGroupTest, ZombieAskedForAgainComesBackWithItsIdAndNoNewGroup) {
   rig.unprogram(rig.program(k1, oA));
   rig.forget();

@@ -137,17 +137,6 @@ TEST_F(AsyncRouteTest, GroupRangeRouteIsRecordedUnderTheWildcardKeyAndItsOwnRout
   EXPECT_EQ(rig.sw->inUseRouteHandleSize(), 0u);
 }
 
-TEST_F(AsyncRouteTest, BridgeActionAndActivationOnlyTrace) {
-  RouteHandle const h = rig.addRoute(k1);
-  rig.forget();
-  rig.sw->doSetBridgeAction(h, true);
-  rig.sw->doActivateRoute(h);
-  EXPECT_TRUE(rig.helper->calls.empty());
-  EXPECT_TRUE(rig.traced("AsyncMrouteSwitch::doSetBridgeAction( 100, true )"));
-  EXPECT_TRUE(rig.traced("AsyncMrouteSwitch::doActivateRoute( 100 )"));
-  EXPECT_TRUE(RingTrace::instance().contains(" rh 100"));
-}
-
 TEST_F(AsyncRouteTest, IngressQuestionAndFailureReasonsGoToTheHookWithTheirKind) {
   rig.helper->noIngressTypes = {Routing::Multicast::Fib::RouteKeyType::ipv4StarG};
   EXPECT_FALSE(rig.sw->needIngressProgramming(Routing::Multicast::Fib::RouteKeyType::ipv4StarG));

@@ -2,7 +2,8 @@
 // AsyncMrouteSwitchRig: one chip of the asynchronous flavour on virtual time:
 // the chip's hardware route status (VRFs "red" and "blue"), a recording hook
 // object, an OIF-set registry standing in for the route programmer's, the
-// switch, and "FalMroute" traces captured in memory.
+// switch, and "FalMroute" traces captured in memory; startSm() adds the
+// chip's state machine over the entities the agent would hand it.
 //
 // The helpers play the route programmer: allocate a group for a set, program
 // a route, bind it, and hold each bound route's record as the programmer's
@@ -14,6 +15,7 @@
 #include <vector>
 
 #include "async/AsyncMrouteSwitch.h"
+#include "async/AsyncMrouteSwitchSm.h"
 #include "platform/fib/routing/RouteStatus.h"
 #include "platform/mroutelib/OifSetRegistry.h"
 #include "platform/net/IpGenPrefix.h"
@@ -40,6 +42,11 @@ class AsyncMrouteSwitchRig {
     sw = Fal::Mroute::asyncMrouteSwitchFactory("chip1", routeStatus, helper);
   }
   virtual ~AsyncMrouteSwitchRig() {
+    // A review pass stopped for time holds a process-wide position: let it finish.
+    helper->costPerCall = 0;
+    helper->costOf.clear();
+    am.runUntil(am.now());
+    sm = nullptr;
     bound.clear();
     sw = nullptr;
     Vex::traceSinkDel(capture);
@@ -47,6 +54,13 @@ class AsyncMrouteSwitchRig {
   }
   AsyncMrouteSwitchRig(AsyncMrouteSwitchRig const&) = delete;
   AsyncMrouteSwitchRig& operator=(AsyncMrouteSwitchRig const&) = delete;
+
+  // The state machine, with or without the IPv6 configuration.
+  void startSm(bool withIpv6 = true) {
+    sm = Vex::make<Fal::Mroute::AsyncMrouteSwitchSm>(sw, intfVlanIdTable, vrfConfig, withIpv6 ? vrf6Config : nullptr,
+                                                     hwStatus, withIpv6 ? hw6Status : nullptr, helper, nullptr, nullptr,
+                                                     nullptr, ethIntfStatusDir, allIntfStatusDir, allIntfStatusLocalDir);
+  }
 
   static IpGenRouteKey key(char const* source, char const* group) {
     return IpGenRouteKey(Netcore::IpGenPrefix(source), Netcore::IpGenPrefix(group));
@@ -131,6 +145,17 @@ class AsyncMrouteSwitchRig {
   Vex::Ptr<RecordingAsyncMrouteHelper> helper = Vex::make<RecordingAsyncMrouteHelper>();
   std::shared_ptr<Vex::CaptureTraceSink> capture = std::make_shared<Vex::CaptureTraceSink>();
   Vex::Ptr<Fal::Mroute::AsyncMrouteSwitch> sw;
+  Vex::Ptr<Routing::Multicast::Fib::VrfConfig> vrfConfig = Vex::make<Routing::Multicast::Fib::VrfConfig>();
+  Vex::Ptr<Routing::Multicast::Fib::VrfConfig> vrf6Config = Vex::make<Routing::Multicast::Fib::VrfConfig>();
+  Vex::Ptr<Routing::Multicast::Fib::Hardware::Status> hwStatus =
+      Vex::make<Routing::Multicast::Fib::Hardware::Status>(Netcore::AddressFamily::ipv4);
+  Vex::Ptr<Routing::Multicast::Fib::Hardware::Status> hw6Status =
+      Vex::make<Routing::Multicast::Fib::Hardware::Status>(Netcore::AddressFamily::ipv6);
+  Vex::Ptr<IntfVlanId::Table> intfVlanIdTable = Vex::make<IntfVlanId::Table>();
+  Vex::Ptr<Interface::EthIntfStatusDir> ethIntfStatusDir = Vex::make<Interface::EthIntfStatusDir>();
+  Vex::Ptr<Interface::AllIntfStatusDir> allIntfStatusDir = Vex::make<Interface::AllIntfStatusDir>();
+  Vex::Ptr<Interface::AllIntfStatusLocalDir> allIntfStatusLocalDir = Vex::make<Interface::AllIntfStatusLocalDir>();
+  Vex::Ptr<Fal::Mroute::AsyncMrouteSwitchSm> sm;
   std::map<MrouteLib::RouteHandle, SetPtr> bound;
   MrouteLib::AsyncSwitchChip::XactPtr lastXact;
 

@@ -74,6 +74,7 @@ void RecordingAsyncMrouteHelper::record(char const* name, std::string l) {
   if (cost > 0) {
     if (auto* am = Vex::ActivityManager::current()) am->advanceBy(cost);
   }
+  if (onCall) onCall(name);
 }
 
 std::uint32_t RecordingAsyncMrouteHelper::groupIs(std::uint32_t mcastId, OifSetPtr const& oifSet) {

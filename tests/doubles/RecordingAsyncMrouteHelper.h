@@ -13,6 +13,7 @@
 // Failures are programmable, and each call may charge virtual time so that
 // time-bounded passes can be tested.
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <set>
 #include <string>
@@ -64,6 +65,9 @@ class RecordingAsyncMrouteHelper : public FalHelper::AsyncMrouteHelper {
   Vex::Seconds minActivityPollInterval = 0;   // doGetAdjustedActivityPollInterval likewise
   Vex::Seconds costPerCall = 0;               // virtual time charged by every call
   std::map<std::string, Vex::Seconds> costOf; // per call name, instead of costPerCall
+  // Runs after each call is recorded, with the call's name: what the chip
+  // agent's other work does meanwhile.
+  std::function<void(std::string const& name)> onCall;
 
   // ---- the hooks ----
   void handleMrouteCounterMode(Routing::Multicast::Fib::CounterMode mode) override;
