@@ -68,8 +68,12 @@ TEST_P(AsyncRouteRefusedTest, RefusedRouteLeavesTheFailureBitAndNoBookkeeping) {
   EXPECT_EQ(rig.sw->inUseRouteHandleKeySize(), 1u);
   EXPECT_EQ(rig.sw->inUseRouteHandleSize(), 1u);
   EXPECT_EQ(rig.sw->routeSize(), 1u);
-  if (*GetParam().trace) EXPECT_TRUE(rig.traced(GetParam().trace));
-  if (*GetParam().ring) EXPECT_TRUE(RingTrace::instance().contains(GetParam().ring));
+  if (*GetParam().trace) {
+    EXPECT_TRUE(rig.traced(GetParam().trace));
+  }
+  if (*GetParam().ring) {
+    EXPECT_TRUE(RingTrace::instance().contains(GetParam().ring));
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(

@@ -40,7 +40,9 @@ TEST_P(AsyncSmConstructionTest, ConstructionForwardsCountersThenMakesAnAgingRevi
   EXPECT_EQ(rig.sm->routeAgingSm()->af(), Netcore::AddressFamily::ipv4);
   EXPECT_EQ(rig.sm->routeAgingSm()->agingClock(), rig.sm->agingClock());
   EXPECT_EQ(static_cast<bool>(rig.sm->routeAgingSm6()), withIpv6);
-  if (withIpv6) EXPECT_EQ(rig.sm->routeAgingSm6()->af(), Netcore::AddressFamily::ipv6);
+  if (withIpv6) {
+    EXPECT_EQ(rig.sm->routeAgingSm6()->af(), Netcore::AddressFamily::ipv6);
+  }
   EXPECT_EQ(rig.sm->zombieClock()->timeMin(), Vex::kNever);
   EXPECT_TRUE(rig.traced("AsyncMrouteSwitchSm::handleInitialized()"));
   EXPECT_TRUE(rig.traced("AsyncMrouteSwitchSm::handleMulticastCounterMode"));

@@ -22,12 +22,12 @@
 #include "platform/vex/ActivityManager.h"
 #include "platform/vex/Trace.h"
 #include "tests/doubles/RecordingAsyncMrouteHelper.h"
+#include "tests/doubles/RouteShapes.h"
 
 namespace FalTest {
 
-class AsyncMrouteSwitchRig {
+class AsyncMrouteSwitchRig : public RouteShapes {
  public:
-  using IpGenRouteKey = Routing::Multicast::Fib::IpGenRouteKey;
   using RouteKeyType = Routing::Multicast::Fib::RouteKeyType;
   using SetPtr = Vex::Ptr<Fal::Mroute::AsyncMtableOifSet>;
   static constexpr Vex::Seconds kStart = 100.0;
@@ -62,26 +62,6 @@ class AsyncMrouteSwitchRig {
                                                      nullptr, ethIntfStatusDir, allIntfStatusDir, allIntfStatusLocalDir);
   }
 
-  static IpGenRouteKey key(char const* source, char const* group) {
-    return IpGenRouteKey(Netcore::IpGenPrefix(source), Netcore::IpGenPrefix(group));
-  }
-  static Netcore::IntfId eth(std::uint32_t n) { return Netcore::IntfId::ethernet(n); }
-  // Outputs given in short form ("Ethernet1.100").
-  static MrouteLib::PortVlanSet outputs(std::initializer_list<char const*> portVlans) {
-    MrouteLib::PortVlanSet pvs;
-    for (char const* pv : portVlans) pvs.portVlanIs(MrouteLib::PortVlan(pv));
-    return pvs;
-  }
-  // Outputs protected by fast reroute: traffic arriving on iif leaves through
-  // `outs`; when iif goes down, the outputs on `protectedIntf` give way to `backups`.
-  static MrouteLib::PortVlanSet frrOutputs(Netcore::IntfId iif, std::initializer_list<char const*> outs,
-                                           Netcore::IntfId protectedIntf, std::initializer_list<char const*> backups) {
-    MrouteLib::PortVlanSet pvs = outputs(outs);
-    pvs.currentIifIs(iif);
-    pvs.intfIdIs(protectedIntf);
-    for (char const* pv : backups) pvs.portVlanFrrIs(MrouteLib::PortVlan(pv));
-    return pvs;
-  }
   MrouteLib::OifSetPtr oifSet(MrouteLib::PortVlanSet const& pvs) { return registry->oifSetIs(pvs); }
   static MrouteLib::RouteKeyInfo info(RouteKeyType type = RouteKeyType::ipv4SG) {
     MrouteLib::RouteKeyInfo i;

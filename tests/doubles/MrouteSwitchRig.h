@@ -30,12 +30,12 @@
 #include "sync/MrouteSwitch.h"
 #include "sync/MrouteSwitchSm.h"
 #include "tests/doubles/RecordingMrouteHelper.h"
+#include "tests/doubles/RouteShapes.h"
 
 namespace FalTest {
 
-class MrouteSwitchRig {
+class MrouteSwitchRig : public RouteShapes {
  public:
-  using IpGenRouteKey = Routing::Multicast::Fib::IpGenRouteKey;
   using HwStatus = Routing::Multicast::Fib::Hardware::Status;
   using VrfConfig = Routing::Multicast::Fib::VrfConfig;
   static constexpr Vex::Seconds kStart = 100.0;
@@ -69,27 +69,6 @@ class MrouteSwitchRig {
     sm->vex_L3MulticastRequestInIs(l3MulticastRequest);
   }
 
-  static IpGenRouteKey key(char const* source, char const* group) {
-    return IpGenRouteKey(Netcore::IpGenPrefix(source), Netcore::IpGenPrefix(group));
-  }
-  static Netcore::IntfId eth(std::uint32_t n) { return Netcore::IntfId::ethernet(n); }
-
-  // Outputs given in short form ("Ethernet1.100").
-  static MrouteLib::PortVlanSet outputs(std::initializer_list<char const*> portVlans) {
-    MrouteLib::PortVlanSet pvs;
-    for (char const* pv : portVlans) pvs.portVlanIs(MrouteLib::PortVlan(pv));
-    return pvs;
-  }
-  // Outputs protected by fast reroute: traffic arriving on iif leaves through
-  // `outs`; when iif goes down, the outputs on `protectedIntf` give way to `backups`.
-  static MrouteLib::PortVlanSet frrOutputs(Netcore::IntfId iif, std::initializer_list<char const*> outs,
-                                           Netcore::IntfId protectedIntf, std::initializer_list<char const*> backups) {
-    MrouteLib::PortVlanSet pvs = outputs(outs);
-    pvs.currentIifIs(iif);
-    pvs.intfIdIs(protectedIntf);
-    for (char const* pv : backups) pvs.portVlanFrrIs(MrouteLib::PortVlan(pv));
-    return pvs;
-  }
   MrouteLib::OifSetPtr oifSet(MrouteLib::PortVlanSet const& pvs) { return registry->oifSetIs(pvs); }
 
   // The chip's set for these outputs, or null; the switch's result attribute

@@ -4,20 +4,11 @@
 #include <sstream>
 
 #include "platform/vex/ActivityManager.h"
+#include "tests/doubles/CallLine.h"
 
 namespace FalTest {
 
 namespace {
-template <class... A>
-std::string line(char const* name, A const&... args) {
-  std::ostringstream os;
-  os << name << '(';
-  char const* sep = "";
-  ((os << sep << args, sep = ", "), ...);
-  os << ')';
-  return os.str();
-}
-char const* b(bool v) { return v ? "true" : "false"; }
 std::string desc(FalHelper::AsyncMrouteHelper::XactPtr const& x) { return x ? x->description() : "null"; }
 std::string setOutputs(FalHelper::AsyncMrouteHelper::OifSetPtr const& s) {
   return s ? RecordingAsyncMrouteHelper::outputs(s->portVlanSet()) : "null";
@@ -84,18 +75,18 @@ std::uint32_t RecordingAsyncMrouteHelper::groupIs(std::uint32_t mcastId, OifSetP
 }
 
 void RecordingAsyncMrouteHelper::handleMrouteCounterMode(Routing::Multicast::Fib::CounterMode mode) {
-  record("handleMrouteCounterMode", line("handleMrouteCounterMode", mode));
+  record("handleMrouteCounterMode", callLine("handleMrouteCounterMode", mode));
 }
 
 void RecordingAsyncMrouteHelper::handleWildcardCounter(bool allCounter) {
-  record("handleWildcardCounter", line("handleWildcardCounter", b(allCounter)));
+  record("handleWildcardCounter", callLine("handleWildcardCounter", b(allCounter)));
 }
 
 std::uint32_t RecordingAsyncMrouteHelper::doAllocateSharableMulticastGroup(MrouteLib::RouteKeyInfo const&,
                                                                            OifSetPtr oifSet, XactPtr blockingXact,
                                                                            bool excludeEmptyMcid) {
   record("doAllocateSharableMulticastGroup",
-         line("doAllocateSharableMulticastGroup", setOutputs(oifSet), desc(blockingXact), b(excludeEmptyMcid)));
+         callLine("doAllocateSharableMulticastGroup", setOutputs(oifSet), desc(blockingXact), b(excludeEmptyMcid)));
   if (noFreeMcastId) return kInvalidMcastId;
   return groupIs(nextMcastId++, oifSet);
 }
@@ -103,29 +94,29 @@ std::uint32_t RecordingAsyncMrouteHelper::doAllocateSharableMulticastGroup(Mrout
 std::uint32_t RecordingAsyncMrouteHelper::doAllocateFixedMulticastGroup(OifSetPtr oifSet, XactPtr blockingXact,
                                                                         std::uint32_t mcastId) {
   record("doAllocateFixedMulticastGroup",
-         line("doAllocateFixedMulticastGroup", setOutputs(oifSet), desc(blockingXact), mcastId));
+         callLine("doAllocateFixedMulticastGroup", setOutputs(oifSet), desc(blockingXact), mcastId));
   if (noFreeMcastId) return kInvalidMcastId;
   return groupIs(mcastId, oifSet);
 }
 
 void RecordingAsyncMrouteHelper::doUpdateMulticastGroupInPlace(OifSetPtr oifSet, std::uint32_t mcastId) {
-  record("doUpdateMulticastGroupInPlace", line("doUpdateMulticastGroupInPlace", setOutputs(oifSet), mcastId));
+  record("doUpdateMulticastGroupInPlace", callLine("doUpdateMulticastGroupInPlace", setOutputs(oifSet), mcastId));
   if (!groups.count(mcastId)) violations.push_back("group " + std::to_string(mcastId) + " rewritten but not programmed");
   groupIs(mcastId, oifSet);
 }
 
 FalHelper::AsyncMrouteHelper::XactPtr RecordingAsyncMrouteHelper::doGetXactForOifSet(std::uint32_t mcastId) {
-  record("doGetXactForOifSet", line("doGetXactForOifSet", mcastId));
+  record("doGetXactForOifSet", callLine("doGetXactForOifSet", mcastId));
   return groupXact(mcastId);
 }
 
 std::uint32_t RecordingAsyncMrouteHelper::doGetXactFailureReason(XactPtr xact, FalHelper::MrouteXactType type) {
-  record("doGetXactFailureReason", line("doGetXactFailureReason", desc(xact), type));
+  record("doGetXactFailureReason", callLine("doGetXactFailureReason", desc(xact), type));
   return xact ? xact->reason() : 0;
 }
 
 void RecordingAsyncMrouteHelper::doDeleteOifSet(std::uint32_t mcastId) {
-  record("doDeleteOifSet", line("doDeleteOifSet", mcastId));
+  record("doDeleteOifSet", callLine("doDeleteOifSet", mcastId));
   ++groupDeletes[mcastId];
   if (!groups.erase(mcastId)) violations.push_back("group " + std::to_string(mcastId) + " deleted but not programmed");
   groupXact_.erase(mcastId);
@@ -143,7 +134,7 @@ MrouteLib::RouteHandle RecordingAsyncMrouteHelper::doAllocateRoute(IpGenRouteKey
                                                                    Memtab::Multicast::Fib::RpaIndex rpaIndex,
                                                                    std::uint32_t vrfId, bool fastdrop) {
   record("doAllocateRoute",
-         line("doAllocateRoute", key, acceptingVlanId, b(bridgeAction), rpaIndex, vrfId, b(fastdrop)));
+         callLine("doAllocateRoute", key, acceptingVlanId, b(bridgeAction), rpaIndex, vrfId, b(fastdrop)));
   if (routeAllocFails) return MrouteLib::RouteHandle::invalid();
   MrouteLib::RouteHandle const handle(nextRouteHandle++);
   routes[handle] = Route{};
@@ -152,7 +143,7 @@ MrouteLib::RouteHandle RecordingAsyncMrouteHelper::doAllocateRoute(IpGenRouteKey
 
 void RecordingAsyncMrouteHelper::doSetMtableOifSet(MrouteLib::RouteHandle routeHandle, std::uint32_t mcastId,
                                                    XactPtr xact) {
-  record("doSetMtableOifSet", line("doSetMtableOifSet", routeHandle, mcastId, desc(xact)));
+  record("doSetMtableOifSet", callLine("doSetMtableOifSet", routeHandle, mcastId, desc(xact)));
   auto it = routes.find(routeHandle);
   if (it == routes.end()) {
     violations.push_back("route " + std::to_string(routeHandle.value()) + " bound but not programmed");
@@ -164,12 +155,12 @@ void RecordingAsyncMrouteHelper::doSetMtableOifSet(MrouteLib::RouteHandle routeH
 }
 
 FalHelper::AsyncMrouteHelper::XactPtr RecordingAsyncMrouteHelper::doGetXactForIngress(MrouteLib::RouteHandle routeHandle) {
-  record("doGetXactForIngress", line("doGetXactForIngress", routeHandle));
+  record("doGetXactForIngress", callLine("doGetXactForIngress", routeHandle));
   return ingressXact(routeHandle);
 }
 
 void RecordingAsyncMrouteHelper::doDeleteRoute(MrouteLib::RouteHandle routeHandle) {
-  record("doDeleteRoute", line("doDeleteRoute", routeHandle));
+  record("doDeleteRoute", callLine("doDeleteRoute", routeHandle));
   if (!routes.erase(routeHandle)) {
     violations.push_back("route " + std::to_string(routeHandle.value()) + " deleted but not programmed");
   }
@@ -177,39 +168,39 @@ void RecordingAsyncMrouteHelper::doDeleteRoute(MrouteLib::RouteHandle routeHandl
 }
 
 Vex::Seconds RecordingAsyncMrouteHelper::routeLastAccessedTime(MrouteLib::RouteHandle routeHandle) {
-  record("routeLastAccessedTime", line("routeLastAccessedTime", routeHandle));
+  record("routeLastAccessedTime", callLine("routeLastAccessedTime", routeHandle));
   auto it = lastAccessed.find(routeHandle);
   return it == lastAccessed.end() ? 0.0 : it->second;
 }
 
 bool RecordingAsyncMrouteHelper::needFixedOifSet(RouteKeyType type) {
-  record("needFixedOifSet", line("needFixedOifSet", type));
+  record("needFixedOifSet", callLine("needFixedOifSet", type));
   return fixedTypes.count(type) != 0;
 }
 
 bool RecordingAsyncMrouteHelper::needIngressProgramming(RouteKeyType type) {
-  record("needIngressProgramming", line("needIngressProgramming", type));
+  record("needIngressProgramming", callLine("needIngressProgramming", type));
   return noIngressTypes.count(type) == 0;
 }
 
 bool RecordingAsyncMrouteHelper::mcastIdReusable(std::uint32_t mcastId) {
-  record("mcastIdReusable", line("mcastIdReusable", mcastId));
+  record("mcastIdReusable", callLine("mcastIdReusable", mcastId));
   return notReusable.count(mcastId) == 0;
 }
 
 bool RecordingAsyncMrouteHelper::mcastIdIsValid(std::uint32_t mcastId) {
-  record("mcastIdIsValid", line("mcastIdIsValid", mcastId));
+  record("mcastIdIsValid", callLine("mcastIdIsValid", mcastId));
   return AsyncMrouteHelper::mcastIdIsValid(mcastId);
 }
 
 Vex::Seconds RecordingAsyncMrouteHelper::doGetAdjustedPollingInterval(Vex::Seconds interval, Netcore::AddressFamily af) {
-  record("doGetAdjustedPollingInterval", line("doGetAdjustedPollingInterval", interval, af));
+  record("doGetAdjustedPollingInterval", callLine("doGetAdjustedPollingInterval", interval, af));
   return std::max(interval, minPollingInterval);
 }
 
 Vex::Seconds RecordingAsyncMrouteHelper::doGetAdjustedActivityPollInterval(Vex::Seconds interval,
                                                                            Netcore::AddressFamily af) {
-  record("doGetAdjustedActivityPollInterval", line("doGetAdjustedActivityPollInterval", interval, af));
+  record("doGetAdjustedActivityPollInterval", callLine("doGetAdjustedActivityPollInterval", interval, af));
   return std::max(interval, minActivityPollInterval);
 }
 

@@ -1,26 +1,12 @@
 #include "tests/doubles/RecordingMrouteHelper.h"
 
-#include <sstream>
-
 #include "platform/vex/ActivityManager.h"
 #include "sync/Boundary.h"
 #include "sync/MtableOifSet.h"
 #include "sync/Route.h"
+#include "tests/doubles/CallLine.h"
 
 namespace FalTest {
-
-namespace {
-template <class... A>
-std::string line(char const* name, A const&... args) {
-  std::ostringstream os;
-  os << name << '(';
-  char const* sep = "";
-  ((os << sep << args, sep = ", "), ...);
-  os << ')';
-  return os.str();
-}
-char const* b(bool v) { return v ? "true" : "false"; }
-}  // namespace
 
 std::vector<std::string> RecordingMrouteHelper::callsTo(std::string const& prefix) const {
   std::vector<std::string> out;
@@ -36,16 +22,16 @@ void RecordingMrouteHelper::record(std::string l) {
   }
 }
 
-void RecordingMrouteHelper::mrouteInit(bool i) { record(line("mrouteInit", b(i))); }
-void RecordingMrouteHelper::handleMulticastRouting(bool e) { record(line("handleMulticastRouting", b(e))); }
+void RecordingMrouteHelper::mrouteInit(bool i) { record(callLine("mrouteInit", b(i))); }
+void RecordingMrouteHelper::handleMulticastRouting(bool e) { record(callLine("handleMulticastRouting", b(e))); }
 void RecordingMrouteHelper::handleMrouteCounterMode(Routing::Multicast::Fib::CounterMode m) {
-  record(line("handleMrouteCounterMode", m));
+  record(callLine("handleMrouteCounterMode", m));
 }
-void RecordingMrouteHelper::verifyMulticastRouting(bool e) { record(line("verifyMulticastRouting", b(e))); }
-void RecordingMrouteHelper::mrouteSwitchInit(std::uint32_t s, bool i) { record(line("mrouteSwitchInit", s, b(i))); }
+void RecordingMrouteHelper::verifyMulticastRouting(bool e) { record(callLine("verifyMulticastRouting", b(e))); }
+void RecordingMrouteHelper::mrouteSwitchInit(std::uint32_t s, bool i) { record(callLine("mrouteSwitchInit", s, b(i))); }
 
 std::uint32_t RecordingMrouteHelper::doAllocateMtableOifSet(std::uint32_t s, std::uint32_t index, OifSetPtr oifSet) {
-  record(line("doAllocateMtableOifSet", s, index));
+  record(callLine("doAllocateMtableOifSet", s, index));
   allocatedContents.push_back(oifSet ? oifSet->portVlanSet() : MrouteLib::PortVlanSet());
   bool const inPlace = index != 0 && index != 0xFFFFFFFE;
   if (inPlace) return inPlaceAllocFails ? 0xFFFFFFFF : index;
@@ -54,29 +40,29 @@ std::uint32_t RecordingMrouteHelper::doAllocateMtableOifSet(std::uint32_t s, std
 }
 
 void RecordingMrouteHelper::handleFreeMtableOifSet(std::uint32_t s, Vex::Ptr<Fal::MtableOifSet> const& set) {
-  record(line("handleFreeMtableOifSet", s, set ? set->oifSetIndex() : 0xFFFFFFFF));
+  record(callLine("handleFreeMtableOifSet", s, set ? set->oifSetIndex() : 0xFFFFFFFF));
 }
 
 bool RecordingMrouteHelper::doCreateMrouteCounter(std::uint16_t vrfId, IpGenRouteKey const& key) {
-  record(line("doCreateMrouteCounter", vrfId, key));
+  record(callLine("doCreateMrouteCounter", vrfId, key));
   return true;
 }
-void RecordingMrouteHelper::doDeleteMrouteCounter(IpGenRouteKey const& key) { record(line("doDeleteMrouteCounter", key)); }
+void RecordingMrouteHelper::doDeleteMrouteCounter(IpGenRouteKey const& key) { record(callLine("doDeleteMrouteCounter", key)); }
 bool RecordingMrouteHelper::doClearMrouteCounter(IpGenRouteKey const& key) {
-  record(line("doClearMrouteCounter", key));
+  record(callLine("doClearMrouteCounter", key));
   return true;
 }
 std::int64_t RecordingMrouteHelper::doReadMrouteCounter(IpGenRouteKey const& key) {
-  record(line("doReadMrouteCounter", key));
+  record(callLine("doReadMrouteCounter", key));
   auto it = counterReads.find(key.pretty());
   return it == counterReads.end() ? 0 : it->second;
 }
-void RecordingMrouteHelper::ageOutHwMcastCounter(IpGenRouteKey const& key) { record(line("ageOutHwMcastCounter", key)); }
+void RecordingMrouteHelper::ageOutHwMcastCounter(IpGenRouteKey const& key) { record(callLine("ageOutHwMcastCounter", key)); }
 
 MrouteLib::RouteHandle RecordingMrouteHelper::doAllocateMroute(std::uint32_t s, std::uint16_t vrfId, IpGenRouteKey const& key,
                                                                Bridging::VlanIdOrNone vlan, bool bridge, std::uint32_t index,
                                                                bool fastdrop, std::uint16_t rpaId) {
-  record(line("doAllocateMroute", s, vrfId, key, vlan, b(bridge), index, b(fastdrop), rpaId));
+  record(callLine("doAllocateMroute", s, vrfId, key, vlan, b(bridge), index, b(fastdrop), rpaId));
   if (routeAllocFails || (bridge ? boundaryTableFull : routeTableFull)) return MrouteLib::RouteHandle::invalid();
   return MrouteLib::RouteHandle(nextRouteHandle++);
 }
@@ -84,63 +70,63 @@ MrouteLib::RouteHandle RecordingMrouteHelper::doAllocateMroute(std::uint32_t s, 
 MrouteLib::RouteHandle RecordingMrouteHelper::doAllocateMrouteNoRpf(std::uint32_t s, std::uint16_t vrfId,
                                                                     IpGenRouteKey const& key, bool bridge, std::uint32_t index,
                                                                     bool fastdrop, std::uint16_t rpaId) {
-  record(line("doAllocateMrouteNoRpf", s, vrfId, key, b(bridge), index, b(fastdrop), rpaId));
+  record(callLine("doAllocateMrouteNoRpf", s, vrfId, key, b(bridge), index, b(fastdrop), rpaId));
   if (routeAllocFails || routeTableFull) return MrouteLib::RouteHandle::invalid();
   return MrouteLib::RouteHandle(nextRouteHandle++);
 }
 
 void RecordingMrouteHelper::doSetMtableOifSet(std::uint32_t s, std::uint16_t vrfId, MrouteLib::RouteHandle h,
                                               Vex::Ptr<Fal::Route const> const&, std::uint32_t index) {
-  record(line("doSetMtableOifSet", s, vrfId, h, index));
+  record(callLine("doSetMtableOifSet", s, vrfId, h, index));
 }
 
 void RecordingMrouteHelper::doDeleteMroute(std::uint32_t s, std::uint16_t vrfId, MrouteLib::RouteHandle h,
                                            Vex::Ptr<Fal::Route const> const&) {
-  record(line("doDeleteMroute", s, vrfId, h));
+  record(callLine("doDeleteMroute", s, vrfId, h));
 }
 
 void RecordingMrouteHelper::doDeleteMrouteBoundary(std::uint32_t s, std::uint16_t vrfId, MrouteLib::RouteHandle h,
                                                    Vex::Ptr<Fal::Boundary const> const&) {
-  record(line("doDeleteMrouteBoundary", s, vrfId, h));
+  record(callLine("doDeleteMrouteBoundary", s, vrfId, h));
 }
 
 void RecordingMrouteHelper::doCommitMrouteBatch() { record("doCommitMrouteBatch()"); }
 bool RecordingMrouteHelper::mrouteFull(std::uint32_t s) {
-  record(line("mrouteFull", s));
+  record(callLine("mrouteFull", s));
   return routeTableFull;
 }
 bool RecordingMrouteHelper::mrouteBoundaryFull(std::uint32_t s) {
-  record(line("mrouteBoundaryFull", s));
+  record(callLine("mrouteBoundaryFull", s));
   return boundaryTableFull;
 }
 bool RecordingMrouteHelper::mtableFull(std::uint32_t s) {
-  record(line("mtableFull", s));
+  record(callLine("mtableFull", s));
   return mtableFullAnswer;
 }
 
 bool RecordingMrouteHelper::mrouteHitBit(std::uint32_t s, std::uint16_t vrfId, IpGenRouteKey const& key,
                                          Bridging::VlanIdOrNone vlan, bool fastdrop) {
-  record(line("mrouteHitBit", s, vrfId, key, vlan, b(fastdrop)));
+  record(callLine("mrouteHitBit", s, vrfId, key, vlan, b(fastdrop)));
   return hitRoutes.count(key.pretty()) != 0;
 }
 
 bool RecordingMrouteHelper::mrouteHitBitCacheRefresh(std::uint32_t s) {
-  record(line("mrouteHitBitCacheRefresh", s));
+  record(callLine("mrouteHitBitCacheRefresh", s));
   return true;
 }
-void RecordingMrouteHelper::mrouteHitBitCacheClear(std::uint32_t s) { record(line("mrouteHitBitCacheClear", s)); }
+void RecordingMrouteHelper::mrouteHitBitCacheClear(std::uint32_t s) { record(callLine("mrouteHitBitCacheClear", s)); }
 
 void RecordingMrouteHelper::verifyMroute(std::uint32_t s, std::uint16_t vrfId, Vex::Ptr<Fal::Route const> const& r) {
-  record(line("verifyMroute", s, vrfId, r ? r->routeHandle() : MrouteLib::RouteHandle::invalid()));
+  record(callLine("verifyMroute", s, vrfId, r ? r->routeHandle() : MrouteLib::RouteHandle::invalid()));
 }
 
 void RecordingMrouteHelper::verifyMrouteBoundary(std::uint32_t s, std::uint16_t vrfId,
                                                  Vex::Ptr<Fal::Boundary const> const& bnd) {
-  record(line("verifyMrouteBoundary", s, vrfId, bnd ? bnd->routeHandle() : MrouteLib::RouteHandle::invalid()));
+  record(callLine("verifyMrouteBoundary", s, vrfId, bnd ? bnd->routeHandle() : MrouteLib::RouteHandle::invalid()));
 }
 
 bool RecordingMrouteHelper::verifyZombieUsable(MrouteLib::PortVlanSet const&, std::uint32_t index) {
-  record(line("verifyZombieUsable", index));
+  record(callLine("verifyZombieUsable", index));
   return zombieUsable;
 }
 
