@@ -127,21 +127,21 @@ Vex::Ptr<AsyncMrouteSwitchRouteAgingSm> AsyncMrouteSwitchRouteAgingSm::AsyncMrou
 }
 
 void AsyncMrouteSwitchRouteAgingSm::mrouteSwitchIs(Vex::Ptr<AsyncMrouteSwitch> const& sw) {
-  if (sw == mrouteSwitch_ && (vexMrouteSwitch_ || !sw)) return;
+  if (sw == mrouteSwitch_) return;
   mrouteSwitch_ = sw;
   vexMrouteSwitch_.reset();
   if (sw) vexMrouteSwitch_ = std::make_unique<VexMrouteSwitch>(sw, this);
 }
 
 void AsyncMrouteSwitchRouteAgingSm::mfibConfigIs(Vex::Ptr<VrfConfig const> const& config) {
-  if (config == mfibConfig_ && (vexMfibConfig_ || !config)) return;
+  if (config == mfibConfig_) return;
   mfibConfig_ = config;
   vexMfibConfig_.reset();
   if (config) vexMfibConfig_ = std::make_unique<VexMfibConfig>(config, this);
 }
 
 void AsyncMrouteSwitchRouteAgingSm::agingClockIs(Vex::Ptr<Vex::Clock> const& clock) {
-  if (clock == agingClock_ && (vexAgingClock_ || !clock)) return;
+  if (clock == agingClock_) return;
   agingClock_ = clock;
   vexAgingClock_.reset();
   if (clock) vexAgingClock_ = std::make_unique<VexAgingClock>(clock, this);
