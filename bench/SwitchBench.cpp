@@ -16,6 +16,12 @@
 // replication entry and the delete frees it (zombies off, so it is released at
 // once rather than parked).
 //
+// Anchors (bench/Anchor.h), timed in alternating rounds with the library:
+// for RouteAdd, inserting the same batch keys (route key and accepting VLAN)
+// into a bare absl::flat_hash_map from key to handle that holds the
+// population's keys; for OifSetShare, finding the same sets in a bare
+// absl::flat_hash_map keyed by (set, chip), 16 bytes, in the same order.
+//
 // OifSetShare: doAllocateMtableOifSet of an OIF set that is already
 // programmed, in random order over the 1M sets (the result is dropped at
 // once, as the route programmer does). RegistryLookup: the route programmer's
@@ -33,6 +39,10 @@
 #include <string>
 #include <vector>
 
+#include <absl/container/flat_hash_map.h>
+#include <absl/hash/hash.h>
+
+#include "bench/Anchor.h"
 #include "bench/HeapMeter.h"
 #include "bench/SyncBenchRig.h"
 
@@ -42,6 +52,28 @@ using namespace FalBench;
 
 constexpr std::uint32_t kBatch = 1000;
 constexpr std::uint32_t kQueries = 1U << 18;
+// Share lookups per round of the alternation with the anchor.
+constexpr std::uint32_t kShareRound = 512;
+
+// The route add's anchor: route key and accepting VLAN to handle.
+struct BareKeyHash {
+  std::size_t operator()(Fal::RouteKeyVlanId const& k) const { return absl::HashOf(k.route, k.vlan.value()); }
+};
+using BareRouteMap = absl::flat_hash_map<Fal::RouteKeyVlanId, RouteHandle, BareKeyHash>;
+Fal::RouteKeyVlanId bareKey(std::uint32_t i) { return {routeKey(i), Bridging::VlanIdOrNone(SyncWorld::kVlan)}; }
+
+// The share lookup's anchor: a 16-byte key, (set, chip).
+struct SetChipKey {
+  std::uint64_t set;
+  std::uint64_t chip;
+  friend bool operator==(SetChipKey const&, SetChipKey const&) = default;
+  template <typename H>
+  friend H AbslHashValue(H h, SetChipKey const& k) {
+    return H::combine(std::move(h), k.set, k.chip);
+  }
+};
+using BareShareMap = absl::flat_hash_map<SetChipKey, void const*>;
+SetChipKey setChipKey(OifSetPtr const& s) { return {reinterpret_cast<std::uintptr_t>(s.get()), SyncWorld::kSwitchId}; }
 
 struct Population {
   Population(Hooks hooks, std::uint32_t routes) : world(hooks, routes + 2 * kBatch + 16), routes(routes) {
@@ -60,6 +92,13 @@ struct Population {
     }
     bytesPerRoute = static_cast<double>(HeapMeter::liveBytes() - before) / routes;
     if (world.sw->routeSize() != routes || world.sw->inUseOifSetSize() != routes) ok = false;
+    bareRoutes.reserve(routes);
+    for (std::uint32_t i = 0; i < routes; ++i) bareRoutes.emplace(bareKey(i), handles[i]);
+    // The route programmer has a batch's keys in hand: neither side pays for making them.
+    for (std::uint32_t j = 0; j < kBatch; ++j) {
+      batchKeys.push_back(routeKey(routes + j));
+      bareBatchKeys.push_back(bareKey(routes + j));
+    }
   }
 
   SyncWorld world;
@@ -67,6 +106,10 @@ struct Population {
   std::vector<OifSetPtr> sets;  // sets[routes..] are the new sets of the batches
   std::vector<RouteHandle> handles;
   std::vector<RouteHandle> batchHandles;
+  std::vector<IpGenRouteKey> batchKeys;
+  std::vector<Fal::RouteKeyVlanId> bareBatchKeys;
+  BareRouteMap bareRoutes;  // the population's keys, as the route add's anchor holds them
+  BareShareMap bareShare;   // the population's sets, as the share lookup's anchor holds them
   double bytesPerRoute = 0;
   bool ok = true;
 };
@@ -87,13 +130,21 @@ OifSetPtr const& batchSet(Population& pop, std::uint32_t j, bool newSet) {
 
 void addBatch(Population& pop, bool newSet) {
   for (std::uint32_t j = 0; j < kBatch; ++j) {
-    pop.batchHandles.push_back(pop.world.addRoute(routeKey(pop.routes + j), batchSet(pop, j, newSet)));
+    pop.batchHandles.push_back(pop.world.addRoute(pop.batchKeys[j], batchSet(pop, j, newSet)));
   }
 }
 
 void deleteBatch(Population& pop) {
   for (RouteHandle h : pop.batchHandles) pop.world.deleteRoute(h);
   pop.batchHandles.clear();
+}
+
+// The anchor's batch: the same keys into the bare map, and out again.
+void bareAddBatch(Population& pop) {
+  for (std::uint32_t j = 0; j < kBatch; ++j) pop.bareRoutes.emplace(pop.bareBatchKeys[j], RouteHandle(j + 1));
+}
+void bareDeleteBatch(Population& pop) {
+  for (auto const& k : pop.bareBatchKeys) pop.bareRoutes.erase(k);
 }
 
 void report(benchmark::State& state, Population const& pop) {
@@ -105,15 +156,26 @@ void report(benchmark::State& state, Population const& pop) {
 void BM_RouteAdd(benchmark::State& state, Hooks hooks, std::uint32_t routes, bool newSet) {
   Population& pop = population(hooks, routes);
   pop.world.l3Status->mrouteZombieEnabledIs(!newSet);
+  CpuStopwatch lib;
+  CpuStopwatch anchor;
   for (auto _ : state) {
+    lib.start();
     addBatch(pop, newSet);
+    lib.stop();
     state.PauseTiming();
     if (pop.world.sw->routeSize() != pop.routes + kBatch) state.SkipWithError("a batch route was refused");
     deleteBatch(pop);
+    anchor.start();
+    bareAddBatch(pop);
+    anchor.stop();
+    if (pop.bareRoutes.size() != pop.routes + kBatch) state.SkipWithError("a bare insert found its key");
+    bareDeleteBatch(pop);
     state.ResumeTiming();
   }
-  state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations()) * kBatch);
-    report(state, pop);
+  auto const items = static_cast<double>(state.iterations()) * kBatch;
+  state.SetItemsProcessed(static_cast<std::int64_t>(items));
+  report(state, pop);
+  reportAgainstAnchor(state, lib, anchor, items);
 }
 
 void BM_RouteDelete(benchmark::State& state, Hooks hooks, std::uint32_t routes, bool newSet) {
@@ -127,7 +189,7 @@ void BM_RouteDelete(benchmark::State& state, Hooks hooks, std::uint32_t routes, 
   }
   if (pop.world.sw->routeSize() != pop.routes) state.SkipWithError("a batch route was left behind");
   state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations()) * kBatch);
-    report(state, pop);
+  report(state, pop);
 }
 
 std::vector<std::uint32_t> queryOrder(std::uint32_t n) {
@@ -137,24 +199,64 @@ std::vector<std::uint32_t> queryOrder(std::uint32_t n) {
   return order;
 }
 
+BareShareMap const& bareShareMap(Population& pop) {
+  if (pop.bareShare.empty()) {
+    pop.bareShare.reserve(pop.routes);
+    for (std::uint32_t i = 0; i < pop.routes; ++i) {
+      pop.bareShare.emplace(setChipKey(pop.sets[i]), pop.world.sw->inUseOifSet(pop.sets[i].get()).get());
+    }
+  }
+  return pop.bareShare;
+}
+
+// Each iteration is a round of kShareRound lookups, then (untimed by the
+// framework, timed for the anchor) the same round of bare finds.
 void BM_OifSetShare(benchmark::State& state, Hooks hooks, std::uint32_t sets) {
   Population& pop = population(hooks, sets);
   pop.world.l3Status->mrouteZombieEnabledIs(true);
   std::vector<std::uint32_t> const order = queryOrder(pop.routes);
   std::vector<OifSetPtr> queries;
+  std::vector<SetChipKey> bareQueries;
   queries.reserve(order.size());
-  for (auto i : order) queries.push_back(pop.sets[i]);
+  bareQueries.reserve(order.size());
   auto& sw = *pop.world.sw;
+  BareShareMap const& bare = bareShareMap(pop);
+  for (auto i : order) {
+    queries.push_back(pop.sets[i]);
+    bareQueries.push_back(setChipKey(pop.sets[i]));
+  }
+  CpuStopwatch lib;
+  CpuStopwatch anchor;
   std::size_t k = 0;
+  std::size_t missed = 0;
   for (auto _ : state) {
-    sw.doAllocateMtableOifSet(queries[k]);
-    benchmark::DoNotOptimize(sw.oifSetResult().get());
-    sw.oifSetResultIs(nullptr);
-    if (++k == queries.size()) k = 0;
+    std::size_t const from = k;
+    lib.start();
+    for (std::uint32_t q = 0; q < kShareRound; ++q) {
+      sw.doAllocateMtableOifSet(queries[k]);
+      benchmark::DoNotOptimize(sw.oifSetResult().get());
+      sw.oifSetResultIs(nullptr);
+      if (++k == queries.size()) k = 0;
+    }
+    lib.stop();
+    state.PauseTiming();
+    k = from;
+    anchor.start();
+    for (std::uint32_t q = 0; q < kShareRound; ++q) {
+      auto it = bare.find(bareQueries[k]);
+      if (it == bare.end()) ++missed;
+      else benchmark::DoNotOptimize(it->second);
+      if (++k == queries.size()) k = 0;
+    }
+    anchor.stop();
+    state.ResumeTiming();
   }
   if (sw.inUseOifSetSize() != pop.routes || sw.zombieOifSet().size() != 0) state.SkipWithError("a lookup changed the sets");
-  state.SetItemsProcessed(state.iterations());
-    state.counters["sets"] = static_cast<double>(sw.inUseOifSetSize());
+  if (missed != 0) state.SkipWithError("a bare find missed");
+  auto const items = static_cast<double>(state.iterations()) * kShareRound;
+  state.SetItemsProcessed(static_cast<std::int64_t>(items));
+  state.counters["sets"] = static_cast<double>(sw.inUseOifSetSize());
+  reportAgainstAnchor(state, lib, anchor, items);
 }
 
 void BM_RegistryLookup(benchmark::State& state, Hooks hooks, std::uint32_t sets) {
@@ -172,7 +274,7 @@ void BM_RegistryLookup(benchmark::State& state, Hooks hooks, std::uint32_t sets)
   }
   if (registry.size() != sizeBefore) state.SkipWithError("a lookup created a set");
   state.SetItemsProcessed(state.iterations());
-    state.counters["sets"] = static_cast<double>(registry.size());
+  state.counters["sets"] = static_cast<double>(registry.size());
 }
 
 // The route programmer's whole step for a route's outputs: find the shared
