@@ -1,13 +1,19 @@
 #include "sync/MtableOifSet.h"
 
+#include "platform/vex/Assert.h"
 #include "sync/FalMrouteTrace.h"
 #include "sync/MrouteSwitch.h"
 
 namespace Fal {
 
 MtableOifSet::MtableOifSet(Vex::Ptr<MrouteLib::OifSet const> oifSet, bool toCpu, MrouteSwitch* mrouteSwitch)
-    : oifSet_(std::move(oifSet)), toCpu_(toCpu) {
+    : toCpu_(toCpu), oifSet_(std::move(oifSet)) {
   mrouteSwitchIs(mrouteSwitch);
+}
+
+void MtableOifSet::zombieIs(ZombieKey const& k) {
+  VEX_ASSERT(!k.isZombie() || k.groupId == oifSetIndex_);
+  zombieExpiry_ = k.expiryTime;
 }
 
 // Destruction always follows zeroReferencesIs, which already ran doCleanup.

@@ -41,10 +41,12 @@ class MtableOifSet : public MrouteLib::MtableOifSet {
   void dirtyIs(bool v) { dirty_ = v; }
   bool usedInHw() const { return usedInHw_; }
   void usedInHwIs(bool v) { usedInHw_ = v; }
-  // The zombie key: finite expiry while the set is a zombie.
-  ZombieKey const& zombie() const { return zombie_; }
-  void zombieIs(ZombieKey const& k) { zombie_ = k; }
-  bool isZombie() const { return zombie_.isZombie(); }
+  // The zombie key: the set's index and a finite expiry while the set is a
+  // zombie, the default key otherwise. Only the expiry is stored: a zombie's
+  // key always names the set's own index.
+  ZombieKey zombie() const { return isZombie() ? ZombieKey(oifSetIndex_, zombieExpiry_) : ZombieKey(); }
+  void zombieIs(ZombieKey const& k);
+  bool isZombie() const { return Vex::isFinite(zombieExpiry_); }
 
   void doCleanup();
 
@@ -52,14 +54,16 @@ class MtableOifSet : public MrouteLib::MtableOifSet {
   void zeroReferencesIs() override { doCleanup(); }
 
  private:
+  // One per programmed entry, so kept to 56 bytes: the flags share a byte
+  // (in the tail of the entity base), the index follows it.
+  bool toCpu_ : 1;
+  bool deleted_ : 1 = false;
+  bool dirty_ : 1 = false;
+  bool usedInHw_ : 1 = true;
+  std::uint32_t oifSetIndex_ = kInvalidOifSetIndex;
   Vex::Ptr<MrouteLib::OifSet const> oifSet_;
   Vex::Ptr<MrouteSwitchLink> link_;  // the switch's, shared by all its sets
-  ZombieKey zombie_;
-  std::uint32_t oifSetIndex_ = kInvalidOifSetIndex;
-  bool toCpu_;
-  bool deleted_ = false;
-  bool dirty_ = false;
-  bool usedInHw_ = true;
+  Vex::Seconds zombieExpiry_ = Vex::kNever;
 };
 
 Vex::Ptr<MtableOifSet> mtableOifSetFactory(Vex::Ptr<MrouteLib::OifSet const> const& oifSet, bool toCpu,
