@@ -100,14 +100,10 @@ Route* MrouteSwitch::routeByKey(RouteKeyVlanId const& k) const {
 }
 
 MtableOifSetPtr MrouteSwitch::inUseOifSet(MrouteLib::OifSet const* oifSet) const {
-  auto it = inUseOifSet_.find(oifSet);
-  return it == inUseOifSet_.end() ? MtableOifSetPtr() : it->second;
+  return MtableOifSetPtr(inUseOifSet_.find(oifSet));
 }
 
-void MrouteSwitch::mtableOifSetGone(MtableOifSet const* set) {
-  auto it = inUseOifSet_.find(set->oifSet().get());
-  if (it != inUseOifSet_.end() && it->second.get() == set) inUseOifSet_.erase(it);
-}
+void MrouteSwitch::mtableOifSetGone(MtableOifSet const* set) { inUseOifSet_.erase(set->oifSet().get(), set); }
 
 void MrouteSwitch::zombieOifSetIs(Vex::Ptr<MtableOifSet> const& set) {
   ZombieKey const key = set->zombie();
@@ -240,7 +236,7 @@ void MrouteSwitch::doAllocateMtableOifSet(Vex::Ptr<MrouteLib::OifSet const> oifS
   auto const& pvs = oifSet->portVlanSet();
   FAL_SYNC_TRACE(2, "doAllocateMtableOifSet" << ", PortVlanSet: " << pvs.pretty());
   oifSetResultIs(nullptr);
-  if (pvs.reachesNoPort()) {
+  if (oifSet->reachesNoPort()) {
     std::uint32_t const oifSetIndex = mrouteHelper_->doAllocateMtableOifSet(switchId(), 0, oifSet);
     VEX_ASSERT(oifSetIndex != invalidOifSetIndex());
     FAL_SYNC_TRACE(2, "Empty port vlan set. OifSetIndex: " << oifSetIndex);
@@ -305,7 +301,7 @@ void MrouteSwitch::allocateNewMtableOifSet(Vex::Ptr<MrouteLib::OifSet const> con
   auto const& pvs = oifSet->portVlanSet();
   auto set = mtableOifSetFactory(oifSet, pvs.toCpu(), this);
   set->oifSetIndexIs(oifSetIndex);
-  inUseOifSet_[oifSet.get()] = MtableOifSetPtr(set.get());
+  inUseOifSet_.set(oifSet.get(), set.get());
   FAL_SYNC_TRACE(2, "Allocated oifSetIndex: " << oifSetIndex);
   if (!pvs.intfId().isEmpty()) {
     FAL_SYNC_TRACE(2, " Adding Frr oifSetIndex: " << oifSetIndex);
@@ -352,10 +348,10 @@ void MrouteSwitch::freeMtableOifSet(Vex::Ptr<MtableOifSet> const& oifSet) {
   if (!mrouteHelper_->isDefault(OptionalHook::verifyOifSetCache) && mrouteHelper_->verifyOifSetCache(platformSet)) {
     // Deliberately left in inUseOifSet: the hook's cache still serves this content.
     if (!mrouteHelper_->isDefault(OptionalHook::deleteOifSetCache)) mrouteHelper_->deleteOifSetCache(platformSet);
-  } else if (auto it = inUseOifSet_.find(platformSet.get()); it != inUseOifSet_.end() && it->second.get() == oifSet.get()) {
+  } else {
     // Only while it still names this set: a dirty or refused predecessor must
     // not unshare its successor.
-    inUseOifSet_.erase(it);
+    inUseOifSet_.erase(platformSet.get(), oifSet.get());
   }
   for (auto* coll : {&frrMtableOifSet_, &frrProcessingOifSet_}) {
     if (auto const* v = coll->find(platformSet.get()); v && v->get() == oifSet.get()) coll->erase(platformSet.get());

@@ -31,6 +31,7 @@
 #include "sync/Boundary.h"
 #include "sync/MrouteSwitchLink.h"
 #include "sync/MtableOifSet.h"
+#include "sync/OifSetShareTable.h"
 #include "sync/Route.h"
 
 namespace Fal {
@@ -48,8 +49,6 @@ class MrouteSwitch : public MrouteLib::SwitchChip {
 
   using HwStatus = Routing::Multicast::Fib::Hardware::Status;
   using IpGenRouteKey = Routing::Multicast::Fib::IpGenRouteKey;
-  // Keyed by the identity of the platform OIF set.
-  using OifSetMap = absl::flat_hash_map<MrouteLib::OifSet const*, MtableOifSetPtr>;
   // Ordered so that a review pass can resume at a saved position; in the
   // order the platform sets were made, so that passes visit sets alike in
   // every run.
@@ -212,12 +211,14 @@ class MrouteSwitch : public MrouteLib::SwitchChip {
     bool operator()(RouteKeyVlanId const& k, Route const* a) const { return (*this)(a, k); }
   };
   absl::flat_hash_set<Route*, RouteByKeyHash, RouteByKeyEq> routeKeyToHandle_;
-  OifSetMap inUseOifSet_;
   absl::flat_hash_set<std::uint32_t> oifSetIndexColl_;
   Vex::OrderedColl<ZombieKey, Vex::Ptr<MtableOifSet>> zombieOifSet_;
   FrrOifSetColl frrMtableOifSet_;
   FrrOifSetColl frrProcessingOifSet_;
   Vex::Ptr<MrouteSwitchLink> link_;
+  // Keyed by the identity of the platform OIF set; the link is the switch's
+  // token in the sets' entry slots.
+  OifSetShareTable inUseOifSet_{link_.get()};
   Vex::Seconds zombieLifetime_ = kDefaultZombieLifetime;
   bool initialized_ = false;
   bool deleted_ = false;

@@ -18,9 +18,14 @@ void MtableOifSet::zombieIs(ZombieKey const& k) {
 
 // Destruction always follows zeroReferencesIs, which already ran doCleanup.
 // A set its switch left in the sharing table (the hook's OIF-set cache still
-// serves its content) must not be found there once it is gone.
+// serves its content) must not be found there once it is gone; nor may a set
+// that outlived its switch stay in its platform set's entry slot.
 MtableOifSet::~MtableOifSet() {
-  if (auto* sw = mrouteSwitch()) sw->mtableOifSetGone(this);
+  if (auto* sw = mrouteSwitch()) {
+    sw->mtableOifSetGone(this);
+  } else if (oifSet_ && link_) {
+    oifSet_->entryDel(link_.get(), this);
+  }
 }
 
 void MtableOifSet::mrouteSwitchIs(MrouteSwitch* s) {

@@ -12,7 +12,24 @@ std::uint64_t nextSerial = 1;
 }  // namespace
 
 OifSet::OifSet(OifSetRegistry* owner, PortVlanSet portVlanSet)
-    : hash_(portVlanSet.saveHash()), owner_(owner), serial_(nextSerial++), portVlanSet_(std::move(portVlanSet)) {}
+    : reachesNoPort_(portVlanSet.reachesNoPort()),
+      hash_(portVlanSet.saveHash()),
+      owner_(owner),
+      serial_(nextSerial++),
+      portVlanSet_(std::move(portVlanSet)) {}
+
+bool OifSet::entryIs(void const* owner, void* entry) const {
+  if (entryOwner_ && entryOwner_ != owner) return false;
+  entryOwner_ = entry ? owner : nullptr;
+  entry_ = entry;
+  return true;
+}
+
+void OifSet::entryDel(void const* owner, void const* entry) const {
+  if (entryOwner_ != owner || entry_ != entry) return;
+  entryOwner_ = nullptr;
+  entry_ = nullptr;
+}
 
 OifSet::~OifSet() { leaveOwner(); }
 

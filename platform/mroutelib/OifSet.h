@@ -39,6 +39,26 @@ class OifSet final : public Vex::Entity {
 
   std::string pretty() const { return portVlanSet_.pretty(); }
 
+  // portVlanSet().reachesNoPort(), kept beside the reference count so that a
+  // chip asked for this set's entry reads one cache line of it.
+  bool reachesNoPort() const { return reachesNoPort_; }
+
+  // One chip library's record of this set (the entry that programs it on
+  // that chip), kept here so that the chip finds it from the set the route
+  // programmer hands it without a table lookup. Bookkeeping beside the
+  // content, like mcastIdHint: it plays no part in identity and may change on
+  // a shared set. There is one slot: the first owner to store an entry holds
+  // it until it clears it; another owner keeps its records elsewhere.
+  // Owners are identified by an address that stays theirs while any record
+  // of theirs is stored.
+  void const* entryOwner() const { return entryOwner_; }
+  // owner's entry, or null when owner does not hold the slot.
+  void* entry(void const* owner) const { return owner == entryOwner_ ? entry_ : nullptr; }
+  // Stores owner's entry; false (nothing stored) when another owner holds the slot.
+  bool entryIs(void const* owner, void* entry) const;
+  // Frees the slot if owner holds it with this entry.
+  void entryDel(void const* owner, void const* entry) const;
+
   // Unique in the process and rising in the order sets are made, whatever
   // their registry: a defined order for collections keyed by set (the same
   // run makes its sets in the same order, where addresses differ).
@@ -57,11 +77,15 @@ class OifSet final : public Vex::Entity {
   void zeroReferencesIs() override;
   void leaveOwner() const;
 
-  // The hash leads so that a lookup's first test reads the object's first
-  // cache lines.
-  std::size_t hash_;
-  mutable OifSetRegistry* owner_;
+  // The first cache line holds what a lookup reads first: the reference
+  // count, the hash (a registry's first test), and what a chip's lookup of
+  // its entry needs (the entry slot, reachesNoPort).
+  bool reachesNoPort_;
   mutable std::uint32_t mcastIdHint_ = kInvalidMcastId;
+  std::size_t hash_;
+  mutable void const* entryOwner_ = nullptr;
+  mutable void* entry_ = nullptr;
+  mutable OifSetRegistry* owner_;
   std::uint64_t serial_;
   PortVlanSet portVlanSet_;
 };

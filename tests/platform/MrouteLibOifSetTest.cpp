@@ -89,6 +89,46 @@ TEST(MrouteLibOifSetRegistry, ManyDistinctSetsStayDistinctAndFindable) {
   EXPECT_EQ(reg.size(), 100u);
 }
 
+TEST(MrouteLibOifSet, ReachesNoPortIsTheContentsAnswer) {
+  OifSetRegistry reg;
+  PortVlanSet cpuOnly;
+  cpuOnly.toCpuIs(true);
+  EXPECT_TRUE(reg.oifSetIs(cpuOnly)->reachesNoPort());
+  EXPECT_TRUE(reg.oifSetIs(PortVlanSet())->reachesNoPort());
+  EXPECT_FALSE(reg.oifSetIs(outputs({"Ethernet1.10"}))->reachesNoPort());
+  EXPECT_FALSE(reg.oifSetIs(outputs({}, {"Ethernet3.10"}))->reachesNoPort());
+}
+
+// The entry slot: held by the first owner that stores into it, until that
+// owner clears it with the entry it stored.
+TEST(MrouteLibOifSet, EntrySlotBelongsToItsFirstOwnerUntilItClearsIt) {
+  OifSetRegistry reg;
+  auto set = reg.oifSetIs(outputs({"Ethernet1.10"}));
+  int chipA = 0, chipB = 0, entry1 = 0, entry2 = 0;
+  EXPECT_EQ(set->entryOwner(), nullptr);
+  EXPECT_EQ(set->entry(&chipA), nullptr);
+
+  EXPECT_TRUE(set->entryIs(&chipA, &entry1));
+  EXPECT_EQ(set->entryOwner(), &chipA);
+  EXPECT_EQ(set->entry(&chipA), &entry1);
+  EXPECT_EQ(set->entry(&chipB), nullptr);
+  EXPECT_FALSE(set->entryIs(&chipB, &entry2));
+  EXPECT_EQ(set->entry(&chipA), &entry1);
+
+  EXPECT_TRUE(set->entryIs(&chipA, &entry2));  // the owner replaces its entry
+  set->entryDel(&chipA, &entry1);              // not the stored entry: kept
+  set->entryDel(&chipB, &entry2);              // not the owner: kept
+  EXPECT_EQ(set->entry(&chipA), &entry2);
+  set->entryDel(&chipA, &entry2);
+  EXPECT_EQ(set->entryOwner(), nullptr);
+
+  EXPECT_TRUE(set->entryIs(&chipB, &entry1));
+  EXPECT_TRUE(set->entryIs(&chipB, nullptr));  // storing nothing frees it too
+  EXPECT_EQ(set->entryOwner(), nullptr);
+  // Bookkeeping only: the set is still the registry's set for its content.
+  EXPECT_EQ(reg.oifSet(outputs({"Ethernet1.10"})), set);
+}
+
 TEST(MrouteLibOifSetRegistry, SetsOutlivingTheirRegistryLoseTheirOwner) {
   auto reg = std::make_unique<OifSetRegistry>();
   auto s = reg->oifSetIs(outputs({"Ethernet1.10"}));

@@ -141,6 +141,75 @@ TEST_F(MrouteSwitchTest, DeletingDuringSwitchCleanupFreesTheSetAtOnce) {
   EXPECT_TRUE(rig.sw->zombieOifSet().empty());
 }
 
+// ---- several chips on one set of platform OIF sets --------------------------
+
+// A second chip of the same agent, on the rig's hook object and entities.
+Vex::Ptr<Fal::MrouteSwitch> secondSwitch(Rig& rig, std::uint32_t switchId) {
+  return Fal::mrouteSwitchFactory(switchId, rig.acsd, rig.l3Status, rig.helper, rig.ipStatus, rig.hwStatus,
+                                  rig.hw6Status);
+}
+Vex::Ptr<Fal::MtableOifSet> allocOn(Fal::MrouteSwitch& sw, MrouteLib::OifSetPtr const& o) {
+  sw.doAllocateMtableOifSet(o);
+  auto set = Vex::ptrCast<Fal::MtableOifSet>(sw.oifSetResult());
+  sw.oifSetResultIs(nullptr);
+  return set;
+}
+
+TEST_F(MrouteSwitchTest, ChipsSharingPlatformSetsEachShareAndFreeTheirOwnEntries) {
+  rig.l3Status->mrouteZombieEnabledIs(false);
+  auto sw2 = secondSwitch(rig, 2);
+  // Chip 1 programs oA first; chip 2 then oA and oB.
+  auto a1 = rig.allocSet(oA);
+  auto a2 = allocOn(*sw2, oA);
+  auto const b2 = allocOn(*sw2, oB);
+  ASSERT_TRUE(a1 && a2 && b2);
+  EXPECT_NE(a1->oifSetIndex(), a2->oifSetIndex());
+  EXPECT_EQ(allocOn(*sw2, oA), a2);
+  EXPECT_EQ(rig.allocSet(oA), a1);
+  EXPECT_EQ(rig.sw->inUseOifSet(oA.get()).get(), a1.get());
+  EXPECT_EQ(rig.sw->inUseOifSet(oB.get()).get(), nullptr);
+  EXPECT_EQ(sw2->inUseOifSet(oA.get()).get(), a2.get());
+  EXPECT_EQ(sw2->inUseOifSet(oB.get()).get(), b2.get());
+  EXPECT_EQ(rig.sw->inUseOifSetSize(), 1u);
+  EXPECT_EQ(sw2->inUseOifSetSize(), 2u);
+
+  // Chip 1's set goes first, then chip 2's, each freeing only its own entry.
+  std::uint32_t const index1 = a1->oifSetIndex();
+  std::uint32_t const index2 = a2->oifSetIndex();
+  forget();
+  a1 = nullptr;
+  EXPECT_EQ(calls(), Calls{"handleFreeMtableOifSet(1, " + std::to_string(index1) + ")"});
+  EXPECT_EQ(rig.sw->inUseOifSetSize(), 0u);
+  EXPECT_EQ(sw2->inUseOifSet(oA.get()).get(), a2.get());
+  a2 = nullptr;
+  EXPECT_EQ(calls().back(), "handleFreeMtableOifSet(2, " + std::to_string(index2) + ")");
+  EXPECT_EQ(sw2->inUseOifSetSize(), 1u);
+  EXPECT_EQ(sw2->inUseOifSet(oA.get()).get(), nullptr);
+
+  // Programmed again, oA is shared on chip 2 as before.
+  auto const again = allocOn(*sw2, oA);
+  EXPECT_EQ(allocOn(*sw2, oA), again);
+  EXPECT_EQ(sw2->inUseOifSetSize(), 2u);
+}
+
+TEST_F(MrouteSwitchTest, SetThatOutlivesItsSwitchIsNotSharedByTheNextOne) {
+  auto held = rig.allocSet(oA);
+  ASSERT_TRUE(held);
+  rig.sm = nullptr;
+  rig.sw = nullptr;
+  rig.start();
+  auto const fresh = rig.allocSet(oA);
+  ASSERT_TRUE(fresh);
+  EXPECT_NE(fresh, held);
+  EXPECT_NE(fresh->oifSetIndex(), held->oifSetIndex());
+  held = nullptr;  // the old switch's set goes, without a switch to tell
+  // It took its place in the platform set with it: no later switch can find it there.
+  EXPECT_EQ(oA->entryOwner(), nullptr);
+  EXPECT_EQ(rig.allocSet(oA), fresh);
+  EXPECT_EQ(rig.sw->inUseOifSet(oA.get()).get(), fresh.get());
+  EXPECT_EQ(rig.sw->inUseOifSetSize(), 1u);
+}
+
 // ---- full tables -----------------------------------------------------------
 
 TEST_F(MrouteSwitchTest, FullRouteTableClearsItsFlagUntilARouteReviewFindsRoom) {
