@@ -59,8 +59,10 @@ MrouteSwitch::~MrouteSwitch() {
 
 Vex::Seconds MrouteSwitch::now() const { return Vex::ActivityManager::current()->now(); }
 
+// On every change: the data is held only when a request is really made.
 void MrouteSwitch::requestVerify() {
-  if (auto v = verifyData(); v && v->verify()) v->doRequestVerify();
+  VerifyData* const v = acsd_ ? acsd_->verifyData().get() : nullptr;
+  if (v && v->verify()) Vex::Ptr<VerifyData>(v)->doRequestVerify();
 }
 
 Vex::Ptr<Route> MrouteSwitch::route(RouteHandle h) const {
@@ -73,29 +75,13 @@ Vex::Ptr<Boundary> MrouteSwitch::boundary(RouteHandle h) const {
   return it == boundary_.end() ? nullptr : it->second;
 }
 
-std::size_t MrouteSwitch::RouteByKeyHash::operator()(RouteKeyVlanId const& k) const {
-  return absl::HashOf(k.route, k.vlan.value());
-}
-
-std::size_t MrouteSwitch::RouteByKeyHash::operator()(Route const* r) const {
-  return absl::HashOf(r->key(), r->acceptingVlanId().value());
-}
-
-bool MrouteSwitch::RouteByKeyEq::operator()(Route const* a, Route const* b) const {
-  return a->acceptingVlanId() == b->acceptingVlanId() && a->key() == b->key();
-}
-
-bool MrouteSwitch::RouteByKeyEq::operator()(Route const* a, RouteKeyVlanId const& k) const {
-  return a->acceptingVlanId() == k.vlan && a->key() == k.route;
-}
-
 RouteHandle MrouteSwitch::routeKeyToHandle(RouteKeyVlanId const& k) const {
   Route const* r = routeByKey(k);
   return r ? r->routeHandle() : RouteHandle::invalid();
 }
 
 Route* MrouteSwitch::routeByKey(RouteKeyVlanId const& k) const {
-  auto it = routeKeyToHandle_.find(k);
+  auto it = routeKeyToHandle_.find(RouteKeyProbe(k));
   return it == routeKeyToHandle_.end() ? nullptr : *it;
 }
 

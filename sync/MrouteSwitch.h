@@ -133,7 +133,7 @@ class MrouteSwitch : public MrouteLib::SwitchChip {
   Route* routeByKey(RouteKeyVlanId const& k) const;
   // Starts fetching what routeByKey(k) will read first (a hint; no effect
   // on the result), so that a walk can ask a few routes ahead.
-  void routeByKeyPrefetch(RouteKeyVlanId const& k) const { routeKeyToHandle_.prefetch(k); }
+  void routeByKeyPrefetch(RouteKeyVlanId const& k) const { routeKeyToHandle_.prefetch(RouteKeyProbe(k)); }
 
   // The sharing table: the live set that programs each platform OIF set.
   MtableOifSetPtr inUseOifSet(MrouteLib::OifSet const* oifSet) const;
@@ -199,16 +199,26 @@ class MrouteSwitch : public MrouteLib::SwitchChip {
   // lands on the route itself. The last route programmed with a key and VLAN
   // (in any VRF) replaces an earlier one, and deleting any route with that key
   // and VLAN removes the entry.
+  // A lookup by key and VLAN: the key packed once for all the candidates.
+  struct RouteKeyProbe {
+    explicit RouteKeyProbe(RouteKeyVlanId const& k) : key(PackedRouteKey::probe(k.route)), vlan(k.vlan.value()) {}
+    PackedRouteKey key;  // points at k's key when it does not pack: k outlives the probe
+    std::uint16_t vlan;
+  };
   struct RouteByKeyHash {
     using is_transparent = void;
-    std::size_t operator()(RouteKeyVlanId const& k) const;
-    std::size_t operator()(Route const* r) const;
+    std::size_t operator()(RouteKeyProbe const& p) const { return p.key.hash(p.vlan); }
+    std::size_t operator()(Route const* r) const { return r->packedKey().hash(r->acceptingVlanId().value()); }
   };
   struct RouteByKeyEq {
     using is_transparent = void;
-    bool operator()(Route const* a, Route const* b) const;
-    bool operator()(Route const* a, RouteKeyVlanId const& k) const;
-    bool operator()(RouteKeyVlanId const& k, Route const* a) const { return (*this)(a, k); }
+    bool operator()(Route const* a, Route const* b) const {
+      return a->acceptingVlanId() == b->acceptingVlanId() && a->packedKey() == b->packedKey();
+    }
+    bool operator()(Route const* a, RouteKeyProbe const& p) const {
+      return a->acceptingVlanId().value() == p.vlan && a->packedKey() == p.key;
+    }
+    bool operator()(RouteKeyProbe const& p, Route const* a) const { return (*this)(a, p); }
   };
   absl::flat_hash_set<Route*, RouteByKeyHash, RouteByKeyEq> routeKeyToHandle_;
   absl::flat_hash_set<std::uint32_t> oifSetIndexColl_;

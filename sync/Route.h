@@ -1,6 +1,10 @@
 #pragma once
 // Fal::Route: one multicast route programmed on a chip, keyed by its hardware
 // handle in the switch's route collection.
+//
+// There is one per programmed route, so it is kept to 56 bytes: the key is
+// packed (10 bytes for an IPv4 key) into the tail of the entity base, the
+// flags share a byte.
 #include <cstdint>
 
 #include "platform/fib/IpGenRouteKey.h"
@@ -8,6 +12,7 @@
 #include "platform/types/VlanIdOrNone.h"
 #include "platform/vex/Entity.h"
 #include "sync/MtableOifSet.h"
+#include "sync/PackedRouteKey.h"
 
 namespace Fal {
 
@@ -15,10 +20,11 @@ class Route : public Vex::Entity {
  public:
   Route(MrouteLib::RouteHandle handle, Routing::Multicast::Fib::IpGenRouteKey const& key,
         Bridging::VlanIdOrNone acceptingVlanId)
-      : key_(key), routeHandle_(handle), acceptingVlanId_(acceptingVlanId) {}
+      : key_(key), acceptingVlanId_(acceptingVlanId), routeHandle_(handle) {}
 
   MrouteLib::RouteHandle routeHandle() const { return routeHandle_; }
-  Routing::Multicast::Fib::IpGenRouteKey const& key() const { return key_; }
+  Routing::Multicast::Fib::IpGenRouteKey key() const { return key_.key(); }
+  PackedRouteKey const& packedKey() const { return key_; }
   Bridging::VlanIdOrNone acceptingVlanId() const { return acceptingVlanId_; }
   // The OIF set the route replicates to; the route holds one reference to it.
   Vex::Ptr<MtableOifSet> const& mtableOifSet() const { return mtableOifSet_; }
@@ -36,15 +42,15 @@ class Route : public Vex::Entity {
   void vxlanIs(bool v) { vxlan_ = v; }
 
  private:
-  Routing::Multicast::Fib::IpGenRouteKey key_;
-  Vex::Ptr<MtableOifSet> mtableOifSet_;
-  MrouteLib::RouteHandle routeHandle_;
+  PackedRouteKey key_;
+  bool fastdrop_ : 1 = false;
+  bool noAge_ : 1 = false;
+  bool vxlan_ : 1 = false;
   Bridging::VlanIdOrNone acceptingVlanId_;
   std::uint16_t vrfId_ = 0;
   std::uint16_t rpaId_ = 0;
-  bool fastdrop_ = false;
-  bool noAge_ = false;
-  bool vxlan_ = false;
+  MrouteLib::RouteHandle routeHandle_;
+  Vex::Ptr<MtableOifSet> mtableOifSet_;
 };
 
 Vex::Ptr<Route> routeFactory(MrouteLib::RouteHandle handle, Routing::Multicast::Fib::IpGenRouteKey const& key,
