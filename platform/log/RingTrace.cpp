@@ -12,34 +12,52 @@ RingTrace& RingTrace::instance() {
   return ring;
 }
 
-void RingTrace::record(std::string_view source, std::string text) {
-  if (!enabled_) return;
+// The slot the next record goes to, with its time and source written.
+RingTrace::Slot& RingTrace::startNext(std::string_view source) {
   auto const* am = Vex::ActivityManager::current();
-  Record& r = ring_[head_];
+  Slot& r = ring_[head_];
   r.time = am ? am->now() : 0.0;
+  r.literalSource = {};
   r.source.assign(source);  // reuses the overwritten record's buffers
-  r.text = std::move(text);
+  return r;
+}
+
+void RingTrace::finishNext() {
   head_ = (head_ + 1) % ring_.size();
   if (size_ < ring_.size()) ++size_;
   ++recorded_;
 }
 
+void RingTrace::record(std::string_view source, std::string text) {
+  if (!enabled_) return;
+  startNext(source).text = std::move(text);
+  finishNext();
+}
+
 void RingTrace::recordView(std::string_view source, std::string_view text) {
   if (!enabled_) return;
+  startNext(source).text.assign(text);
+  finishNext();
+}
+
+std::string& RingTrace::nextText() { return ring_[head_].text; }
+
+void RingTrace::commitNext(std::string_view literalSource) {
   auto const* am = Vex::ActivityManager::current();
-  Record& r = ring_[head_];
+  Slot& r = ring_[head_];
   r.time = am ? am->now() : 0.0;
-  r.source.assign(source);
-  r.text.assign(text);
-  head_ = (head_ + 1) % ring_.size();
-  if (size_ < ring_.size()) ++size_;
-  ++recorded_;
+  r.literalSource = literalSource;
+  r.source.clear();  // an empty literal reads as empty, not as an older source
+  finishNext();
 }
 
 std::vector<RingTrace::Record> RingTrace::records() const {
   std::vector<Record> out;
   out.reserve(size_);
-  for (std::size_t age = 0; age < size_; ++age) out.push_back(ring_[slot(age)]);
+  for (std::size_t age = 0; age < size_; ++age) {
+    Slot const& r = ring_[slot(age)];
+    out.push_back(Record{r.time, std::string(r.sourceText()), r.text});
+  }
   return out;
 }
 
@@ -50,7 +68,7 @@ bool RingTrace::contains(std::string_view text) const {
 }
 
 void RingTrace::clear() {
-  for (auto& r : ring_) r = Record{};
+  for (auto& r : ring_) r = Slot{};
   head_ = 0;
   size_ = 0;
   recorded_ = 0;
@@ -60,7 +78,7 @@ void RingTrace::capacityIs(std::size_t capacity) {
   VEX_ASSERT(capacity > 0);
   if (capacity == ring_.size()) return;
   std::size_t const keep = size_ < capacity ? size_ : capacity;
-  std::vector<Record> next(capacity);
+  std::vector<Slot> next(capacity);
   for (std::size_t i = 0; i < keep; ++i) next[i] = std::move(ring_[slot(size_ - keep + i)]);
   ring_ = std::move(next);
   size_ = keep;

@@ -46,6 +46,13 @@ class RingTrace {
   // ring records without allocating.
   void recordView(std::string_view source, std::string_view text);
 
+  // For RING_TRACE: the text buffer of the next record, to format into
+  // (RingTraceText empties it); commitNext then writes the record with a
+  // source that is a string literal (kept by address, not copied). Between
+  // the two nothing else may record. Neither checks enabled().
+  std::string& nextText();
+  void commitNext(std::string_view literalSource);
+
   // Oldest first.
   std::vector<Record> records() const;
   std::size_t size() const { return size_; }
@@ -59,13 +66,25 @@ class RingTrace {
   void capacityIs(std::size_t capacity);
 
  private:
+  // A record as the ring keeps it: a literal source by address, any other
+  // copied (so RING_TRACE, on hot paths, copies nothing but its text).
+  struct Slot {
+    Vex::Seconds time = 0;
+    std::string_view literalSource;  // empty when source holds the source
+    std::string source;
+    std::string text;
+    std::string_view sourceText() const { return literalSource.empty() ? std::string_view(source) : literalSource; }
+  };
+
   std::size_t slot(std::size_t age) const { return (head_ + ring_.size() - size_ + age) % ring_.size(); }
+  Slot& startNext(std::string_view source);
+  void finishNext();
 
   static inline bool enabled_ = true;
-  // Where RING_TRACE formats a record before copying it into the ring.
+  // Where ringTrace() formats a record before copying it into the ring.
   static inline std::string scratch_;
   friend class RingTraceText;
-  std::vector<Record> ring_;
+  std::vector<Slot> ring_;
   std::size_t head_ = 0;  // where the next record goes
   std::size_t size_ = 0;
   std::size_t recorded_ = 0;
@@ -80,6 +99,8 @@ class RingTrace {
 class RingTraceText {
  public:
   RingTraceText() : out_(RingTrace::scratch_) { out_.clear(); }
+  // Formats into out (emptied first).
+  explicit RingTraceText(std::string& out) : out_(out) { out_.clear(); }
   RingTraceText(RingTraceText const&) = delete;
   RingTraceText& operator=(RingTraceText const&) = delete;
 
@@ -146,12 +167,14 @@ void ringTrace(std::string_view source, Pieces const&... pieces) {
 
 // RING_TRACE("handleZombie", ", Set timer for zombie oifSetIndex: " << index)
 // streams expr into one record of the process-wide ring. Nothing of expr is
-// evaluated while recording is off.
-#define RING_TRACE(source, expr)                                          \
-  do {                                                                    \
-    if (::RingTrace::enabled()) {                                         \
-      ::RingTraceText ringTraceText_;                                     \
-      ringTraceText_ << expr;                                             \
-      ::RingTrace::instance().recordView((source), ringTraceText_.text()); \
-    }                                                                     \
+// evaluated while recording is off. The source must be a string literal; expr
+// is formatted straight into the record's own buffer.
+#define RING_TRACE(source, expr)                                                \
+  do {                                                                          \
+    if (::RingTrace::enabled()) {                                               \
+      ::RingTrace& ringTrace_ = ::RingTrace::instance();                        \
+      ::RingTraceText ringTraceText_(ringTrace_.nextText());                    \
+      ringTraceText_ << expr;                                                   \
+      ringTrace_.commitNext(std::string_view("" source, sizeof(source) - 1)); \
+    }                                                                           \
   } while (0)

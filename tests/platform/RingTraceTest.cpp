@@ -88,4 +88,30 @@ TEST(RingTrace, MacroFormatsEveryPieceAsAStreamWould) {
   ring.clear();
 }
 
+// The macro keeps its literal source by address and writes its text into the
+// record's own buffer: around the ring, mixed with copied sources, every
+// record must still read back with its own source and text.
+TEST(RingTrace, MacroRecordsKeepTheirSourcesAcrossWrapAroundAndResizing) {
+  auto& ring = RingTrace::instance();
+  ring.clear();
+  std::size_t const capacity = ring.capacity();
+  ring.capacityIs(3);
+  RING_TRACE("literal", "m1");
+  ring.record(std::string("copied"), "r1");
+  RING_TRACE("", "empty");  // lands where no record was yet
+  RING_TRACE("" "joined" "Source", "m2");  // overwrites the first record
+  RING_TRACE("", "empty again");  // overwrites the copied one
+  auto sources = [&] {
+    std::vector<std::string> out;
+    for (auto const& r : ring.records()) out.push_back(r.source + ":" + r.text);
+    return out;
+  };
+  EXPECT_EQ(sources(), (std::vector<std::string>{":empty", "joinedSource:m2", ":empty again"}));
+  ring.capacityIs(5);
+  ring.record("copied", "r2");
+  EXPECT_EQ(sources(), (std::vector<std::string>{":empty", "joinedSource:m2", ":empty again", "copied:r2"}));
+  ring.capacityIs(capacity);
+  ring.clear();
+}
+
 }  // namespace
