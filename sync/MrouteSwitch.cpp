@@ -65,9 +65,16 @@ void MrouteSwitch::requestVerify() {
   if (v && v->verify()) Vex::Ptr<VerifyData>(v)->doRequestVerify();
 }
 
-Vex::Ptr<Route> MrouteSwitch::route(RouteHandle h) const {
-  auto it = route_.find(h);
-  return it == route_.end() ? nullptr : *it;
+Vex::Ptr<Route> MrouteSwitch::route(RouteHandle h) const { return findRoute(h); }
+
+std::optional<VrfId> MrouteSwitch::vrfIdOf(L3::VrfName const& vrfName) {
+  std::uint64_t const version = l3Status_->vrfMapVersion();
+  if (version != lastVrfMapVersion_ || !(vrfName == lastVrfName_)) {
+    lastVrfId_ = l3Status_->vrfNameToId(vrfName);
+    lastVrfName_ = vrfName;
+    lastVrfMapVersion_ = version;
+  }
+  return lastVrfId_;
 }
 
 Vex::Ptr<Boundary> MrouteSwitch::boundary(RouteHandle h) const {
@@ -114,7 +121,7 @@ void MrouteSwitch::handleInitialized() {
 void MrouteSwitch::doAllocateRoute(IpGenRouteKey const& key, Bridging::VlanIdOrNone acceptingVlanId, bool bridge,
                                    Vex::Ptr<MrouteLib::MtableOifSet> mtableOifSet, bool fastdrop, bool noRpf,
                                    std::uint16_t rpaId, L3::VrfName vrfName) {
-  auto oifSet = Vex::ptrCast<MtableOifSet>(mtableOifSet);
+  auto const* oifSet = static_cast<MtableOifSet const*>(mtableOifSet.get());
   FAL_SYNC_TRACE(2, "doAllocateRoute"
                         << " , Key: " << key << ", AcceptingVlanId: " << acceptingVlanId << ", Bridge: " << bridge
                         << ", fastDrop: " << fastdrop << ", noRpf" << noRpf << ", rpaId: " << rpaId << ", oifSet: "
@@ -124,7 +131,7 @@ void MrouteSwitch::doAllocateRoute(IpGenRouteKey const& key, Bridging::VlanIdOrN
   if (!initialized_) return;
 
   std::uint16_t vrfId = 0;
-  if (auto id = l3Status_->vrfNameToId(vrfName)) {
+  if (auto id = vrfIdOf(vrfName)) {
     vrfId = static_cast<std::uint16_t>(*id);
   } else if (!defaultsToVrfZero(key.kind())) {
     FAL_SYNC_TRACE(2, "No mapping for vrfName in L3Status for programming routeType: " << key.kind());
@@ -164,7 +171,7 @@ void MrouteSwitch::doAllocateRoute(IpGenRouteKey const& key, Bridging::VlanIdOrN
     if (mrouteTcamFree()) mrouteTcamFreeIs(false);
     return;
   }
-  VEX_ASSERT(!route( handle ));
+  VEX_ASSERT_MSG(!findRoute(handle), "!route( handle )");
   auto r = routeFactory(handle, key, acceptingVlanId);
   r->fastdropIs(fastdrop);
   r->vrfIdIs(vrfId);
@@ -181,7 +188,7 @@ void MrouteSwitch::doAllocateRoute(IpGenRouteKey const& key, Bridging::VlanIdOrN
 
 void MrouteSwitch::doSetMtableOifSet(RouteHandle handle, Vex::Ptr<MrouteLib::MtableOifSet> mtableOifSet) {
   auto oifSet = Vex::ptrCast<MtableOifSet>(mtableOifSet);
-  auto mroute = route(handle);
+  Vex::Ptr<Route> const mroute = findRoute(handle);  // held across the hook
   VEX_ASSERT(mroute);
   std::uint32_t const oifSetIndex = oifSet ? oifSet->oifSetIndex() : invalidOifSetIndex();
   FAL_SYNC_TRACE(2, "doSetMtableOifSet"
@@ -199,7 +206,7 @@ void MrouteSwitch::doSetMtableOifSet(RouteHandle handle, Vex::Ptr<MrouteLib::Mta
 
 void MrouteSwitch::doDeleteRoute(RouteHandle handle) {
   FAL_SYNC_TRACE(2, "doDeleteRoute" << ", handle: " << handle);
-  if (auto mroute = route(handle)) {
+  if (Vex::Ptr<Route> const mroute = findRoute(handle)) {
     mrouteHelper_->doDeleteMroute(switchId(), mroute->vrfId(), handle, mroute);
     // By key and VLAN: whichever route holds the entry, it goes.
     routeKeyToHandle_.erase(mroute.get());

@@ -14,6 +14,7 @@
 #include <absl/hash/hash.h>
 
 #include <cstdint>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -177,6 +178,15 @@ class MrouteSwitch : public MrouteLib::SwitchChip {
 
  private:
   void requestVerify();
+  // The route with this handle, or null; no reference taken.
+  Route* findRoute(MrouteLib::RouteHandle h) const {
+    auto it = route_.find(h);
+    return it == route_.end() ? nullptr : it->get();
+  }
+  // l3Status's id for vrfName, remembered while its VRF map does not move:
+  // the routes of a batch are mostly in one VRF, and a lookup hashes the
+  // whole name.
+  std::optional<VrfId> vrfIdOf(L3::VrfName const& vrfName);
   // The handles of the boundary entries (the first boundarySize()), then of
   // the routes, each sorted: walks that call hooks do so in the same order in
   // every run.
@@ -229,6 +239,9 @@ class MrouteSwitch : public MrouteLib::SwitchChip {
   // Keyed by the identity of the platform OIF set; the link is the switch's
   // token in the sets' entry slots.
   OifSetShareTable inUseOifSet_{link_.get()};
+  L3::VrfName lastVrfName_;
+  std::optional<VrfId> lastVrfId_;
+  std::uint64_t lastVrfMapVersion_ = ~std::uint64_t{0};
   Vex::Seconds zombieLifetime_ = kDefaultZombieLifetime;
   bool initialized_ = false;
   bool deleted_ = false;

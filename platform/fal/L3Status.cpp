@@ -47,6 +47,7 @@ void L3Status::vrfIs(L3::VrfName name, VrfId id) {
 
   vrfNameToId_[name] = id;
   vrfIdToName_[id] = name;
+  ++vrfMapVersion_;
 
   // Both maps are consistent before anyone is told.
   if (otherName) notify(&Notifiee::onVrfNameToId, *otherName);
@@ -62,6 +63,7 @@ void L3Status::vrfDel(L3::VrfName const& name) {
   L3::VrfName const gone = byName->first;  // name may refer into the map
   vrfNameToId_.erase(byName);
   vrfIdToName_.erase(id);
+  ++vrfMapVersion_;
   notify(&Notifiee::onVrfNameToId, gone);
   notify(&Notifiee::onVrfIdToName, id);
 }
@@ -70,6 +72,7 @@ void L3Status::vrfDelAll() {
   std::vector<std::pair<L3::VrfName, VrfId>> gone(vrfNameToId_.begin(), vrfNameToId_.end());
   vrfNameToId_.clear();
   vrfIdToName_.clear();
+  ++vrfMapVersion_;
   for (auto const& [name, id] : gone) {
     notify(&Notifiee::onVrfNameToId, name);
     notify(&Notifiee::onVrfIdToName, id);

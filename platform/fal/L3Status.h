@@ -60,6 +60,9 @@ class L3Status final : public Vex::Entity {
   void vrfDel(L3::VrfName const& name);
   void vrfDelAll();
   std::size_t vrfNameToIdSize() const { return vrfNameToId_.size(); }
+  // Moves whenever a pairing is made or undone, so a reader may keep the
+  // answer of a lookup for as long as it has not moved.
+  std::uint64_t vrfMapVersion() const { return vrfMapVersion_; }
   // Unordered; for range-for only.
   VrfNameToIdColl const& vrfNameToIdColl() const { return vrfNameToId_; }
   VrfIdToNameColl const& vrfIdToNameColl() const { return vrfIdToName_; }
@@ -69,6 +72,7 @@ class L3Status final : public Vex::Entity {
   std::uint32_t numTimesMcastRoutingEnabled_ = 0;
   bool mrouteZombieEnabled_ = true;
   std::uint32_t waitForRoutingDisabledRefCnt_ = 0;
+  std::uint64_t vrfMapVersion_ = 0;
   VrfNameToIdColl vrfNameToId_;
   VrfIdToNameColl vrfIdToName_;
 };

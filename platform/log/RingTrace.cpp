@@ -12,20 +12,18 @@ RingTrace& RingTrace::instance() {
   return ring;
 }
 
+Vex::Seconds RingTrace::currentTime() {
+  auto const* am = Vex::ActivityManager::current();
+  return am ? am->now() : 0.0;
+}
+
 // The slot the next record goes to, with its time and source written.
 RingTrace::Slot& RingTrace::startNext(std::string_view source) {
-  auto const* am = Vex::ActivityManager::current();
   Slot& r = ring_[head_];
-  r.time = am ? am->now() : 0.0;
+  r.time = currentTime();
   r.literalSource = {};
   r.source.assign(source);  // reuses the overwritten record's buffers
   return r;
-}
-
-void RingTrace::finishNext() {
-  head_ = (head_ + 1) % ring_.size();
-  if (size_ < ring_.size()) ++size_;
-  ++recorded_;
 }
 
 void RingTrace::record(std::string_view source, std::string text) {
@@ -37,17 +35,6 @@ void RingTrace::record(std::string_view source, std::string text) {
 void RingTrace::recordView(std::string_view source, std::string_view text) {
   if (!enabled_) return;
   startNext(source).text.assign(text);
-  finishNext();
-}
-
-std::string& RingTrace::nextText() { return ring_[head_].text; }
-
-void RingTrace::commitNext(std::string_view literalSource) {
-  auto const* am = Vex::ActivityManager::current();
-  Slot& r = ring_[head_];
-  r.time = am ? am->now() : 0.0;
-  r.literalSource = literalSource;
-  r.source.clear();  // an empty literal reads as empty, not as an older source
   finishNext();
 }
 

@@ -50,8 +50,14 @@ class RingTrace {
   // (RingTraceText empties it); commitNext then writes the record with a
   // source that is a string literal (kept by address, not copied). Between
   // the two nothing else may record. Neither checks enabled().
-  std::string& nextText();
-  void commitNext(std::string_view literalSource);
+  std::string& nextText() { return ring_[head_].text; }
+  void commitNext(std::string_view literalSource) {
+    Slot& r = ring_[head_];
+    r.time = currentTime();
+    r.literalSource = literalSource;
+    r.source.clear();  // an empty literal reads as empty, not as an older source
+    finishNext();
+  }
 
   // Oldest first.
   std::vector<Record> records() const;
@@ -78,7 +84,13 @@ class RingTrace {
 
   std::size_t slot(std::size_t age) const { return (head_ + ring_.size() - size_ + age) % ring_.size(); }
   Slot& startNext(std::string_view source);
-  void finishNext();
+  void finishNext() {
+    if (++head_ == ring_.size()) head_ = 0;
+    if (size_ < ring_.size()) ++size_;
+    ++recorded_;
+  }
+  // The event loop's time, 0 outside one.
+  static Vex::Seconds currentTime();
 
   static inline bool enabled_ = true;
   // Where ringTrace() formats a record before copying it into the ring.

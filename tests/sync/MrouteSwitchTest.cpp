@@ -301,6 +301,29 @@ TEST_F(MrouteSwitchTest, UnknownVrfFallsBackToTheDefaultOnlyForIpv4) {
   EXPECT_TRUE(traced("No mapping for vrfName in L3Status for programming routeType: "));
 }
 
+// Routes of a batch usually share a VRF; a change of the VRF's id between
+// two of them must still reach the second.
+TEST_F(MrouteSwitchTest, EachRouteGetsItsVrfsIdAsTheMappingStandsAtThatMoment) {
+  auto const k3 = Rig::key("10.0.0.3", "239.1.1.1");
+  auto const k4 = Rig::key("10.0.0.4", "239.1.1.1");
+  auto const k6 = Rig::key("2001:db8::1", "ff0e::1");
+  rig.addRoute(k1, nullptr);
+  rig.l3Status->vrfIs(L3::VrfName("red"), 9);
+  rig.addRoute(k2, nullptr);
+  rig.l3Status->vrfDel(L3::VrfName("red"));
+  rig.addRoute(k3, nullptr);
+  EXPECT_TRUE(rig.addRoute(k6, nullptr).isNull());
+  rig.l3Status->vrfIs(L3::VrfName("red"), 7);
+  rig.addRoute(k4, nullptr);
+  rig.addRoute(k6, nullptr, 0, "blue");  // another name in between
+  rig.addRoute(k6, nullptr);
+  EXPECT_EQ(calls(), (Calls{"doAllocateMroute(1, 7, (10.0.0.1, 239.1.1.1), 10, false, 0, false, 0)",
+                            "doAllocateMroute(1, 9, (10.0.0.2, 239.1.1.1), 10, false, 0, false, 0)",
+                            "doAllocateMroute(1, 0, (10.0.0.3, 239.1.1.1), 10, false, 0, false, 0)",
+                            "doAllocateMroute(1, 7, (10.0.0.4, 239.1.1.1), 10, false, 0, false, 0)",
+                            "doAllocateMroute(1, 7, (2001:db8::1, ff0e::1), 10, false, 0, false, 0)"}));
+}
+
 TEST_F(MrouteSwitchTest, RpaIndexUnsetIsProgrammedAsZeroAndInvalidProgramsNothing) {
   auto const h = rig.addRoute(k1, nullptr, 0xFFFF);
   EXPECT_EQ(calls(), Calls{"doAllocateMroute(1, 7, (10.0.0.1, 239.1.1.1), 10, false, 0, false, 0)"});
