@@ -181,7 +181,7 @@ void MrouteSwitch::doAllocateRoute(IpGenRouteKey const& key, Bridging::VlanIdOrN
     routeKeyToHandle_.erase(it);
     routeKeyToHandle_.insert(r.get());
   }
-  route_.insert(std::move(r));
+  route_.insert(handle.value(), std::move(r));
   handleResultIs(handle);
   requestVerify();
 }
@@ -211,7 +211,7 @@ void MrouteSwitch::doDeleteRoute(RouteHandle handle) {
     // By key and VLAN: whichever route holds the entry, it goes.
     routeKeyToHandle_.erase(mroute.get());
     // Detach first: dropping the route may free its set, which calls back here.
-    auto node = route_.extract(handle);
+    Vex::Ptr<Route> const detached = route_.extract(handle.value());
   } else {
     auto bnd = boundary(handle);
     VEX_ASSERT(bnd);
@@ -290,7 +290,7 @@ void MrouteSwitch::allocateNewMtableOifSet(Vex::Ptr<MrouteLib::OifSet const> con
     return;
   }
   VEX_ASSERT(oifSetIndexColl( oifSetIndex ) == false);
-  oifSetIndexColl_.insert(oifSetIndex);
+  oifSetIndexColl_.insert(oifSetIndex, true);
   auto const& pvs = oifSet->portVlanSet();
   auto set = mtableOifSetFactory(oifSet, pvs.toCpu(), this);
   set->oifSetIndexIs(oifSetIndex);
@@ -350,7 +350,7 @@ void MrouteSwitch::freeMtableOifSet(Vex::Ptr<MtableOifSet> const& oifSet) {
     if (auto const* v = coll->find(platformSet.get()); v && v->get() == oifSet.get()) coll->erase(platformSet.get());
   }
   oifSet->deletedIs(true);
-  oifSetIndexColl_.erase(oifSet->oifSetIndex());
+  oifSetIndexColl_.extract(oifSet->oifSetIndex());
   mrouteHelper_->handleFreeMtableOifSet(switchId(), oifSet);
   if (!mtableFree()) {
     FAL_SYNC_TRACE(2, "Free space now available in multicast group table");
@@ -364,7 +364,7 @@ std::vector<RouteHandle> MrouteSwitch::handlesInOrder() const {
   handles.reserve(route_.size() + boundary_.size());
   for (auto const& [h, b] : boundary_) handles.push_back(h);
   auto const boundaries = static_cast<std::ptrdiff_t>(handles.size());
-  for (auto const& r : route_) handles.push_back(r->routeHandle());
+  route_.forEach([&](std::uint32_t h, Vex::Ptr<Route> const&) { handles.push_back(RouteHandle(h)); });
   std::sort(handles.begin(), handles.begin() + boundaries);
   std::sort(handles.begin() + boundaries, handles.end());
   return handles;

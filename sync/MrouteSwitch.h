@@ -30,6 +30,7 @@
 #include "platform/mroutelib/SwitchChip.h"
 #include "platform/vex/OrderedColl.h"
 #include "sync/Boundary.h"
+#include "sync/DenseIdMap.h"
 #include "sync/MrouteSwitchLink.h"
 #include "sync/MtableOifSet.h"
 #include "sync/OifSetShareTable.h"
@@ -76,30 +77,22 @@ class MrouteSwitch : public MrouteLib::SwitchChip {
   Vex::Seconds zombieLifetime() const { return zombieLifetime_; }
   void zombieLifetimeIs(Vex::Seconds s) { zombieLifetime_ = s; }
 
-  // Routes by hardware handle, kept in a set keyed by each route's own handle:
-  // an 8-byte slot per route rather than a 16-byte handle and pointer pair.
-  struct RouteByHandleHash {
-    using is_transparent = void;
-    std::size_t operator()(MrouteLib::RouteHandle h) const { return absl::HashOf(h); }
-    std::size_t operator()(Vex::Ptr<Route> const& r) const { return absl::HashOf(r->routeHandle()); }
-  };
-  struct RouteByHandleEq {
-    using is_transparent = void;
-    bool operator()(Vex::Ptr<Route> const& a, Vex::Ptr<Route> const& b) const {
-      return a->routeHandle() == b->routeHandle();
-    }
-    bool operator()(Vex::Ptr<Route> const& a, MrouteLib::RouteHandle h) const { return a->routeHandle() == h; }
-    bool operator()(MrouteLib::RouteHandle h, Vex::Ptr<Route> const& a) const { return a->routeHandle() == h; }
-  };
-  using RouteColl = absl::flat_hash_set<Vex::Ptr<Route>, RouteByHandleHash, RouteByHandleEq>;
-  // The routes as (handle, route) pairs: `for (auto const& [handle, route] : sw.routes())`.
+  // Routes by hardware handle, in pages of consecutive handles (chips hand
+  // them out from a dense range): 8 bytes per route, and a lookup reads one
+  // slot.
+  using RouteColl = DenseIdMap<Vex::Ptr<Route>>;
+  // The routes as (handle, route) pairs, in no particular order:
+  // `for (auto const& [handle, route] : sw.routes())`.
   class RouteView {
    public:
     class Iterator {
      public:
       using value_type = std::pair<MrouteLib::RouteHandle, Vex::Ptr<Route> const&>;
-      explicit Iterator(RouteColl::const_iterator it) : it_(it) {}
-      value_type operator*() const { return {(*it_)->routeHandle(), *it_}; }
+      explicit Iterator(RouteColl::Iterator it) : it_(it) {}
+      value_type operator*() const {
+        auto [handle, route] = *it_;
+        return {MrouteLib::RouteHandle(handle), route};
+      }
       Iterator& operator++() {
         ++it_;
         return *this;
@@ -107,7 +100,7 @@ class MrouteSwitch : public MrouteLib::SwitchChip {
       friend bool operator==(Iterator const& a, Iterator const& b) { return a.it_ == b.it_; }
 
      private:
-      RouteColl::const_iterator it_;
+      RouteColl::Iterator it_;
     };
     explicit RouteView(RouteColl const& routes) : routes_(&routes) {}
     Iterator begin() const { return Iterator(routes_->begin()); }
@@ -180,8 +173,8 @@ class MrouteSwitch : public MrouteLib::SwitchChip {
   void requestVerify();
   // The route with this handle, or null; no reference taken.
   Route* findRoute(MrouteLib::RouteHandle h) const {
-    auto it = route_.find(h);
-    return it == route_.end() ? nullptr : it->get();
+    auto const* r = route_.find(h.value());
+    return r ? r->get() : nullptr;
   }
   // l3Status's id for vrfName, remembered while its VRF map does not move:
   // the routes of a batch are mostly in one VRF, and a lookup hashes the
@@ -231,7 +224,8 @@ class MrouteSwitch : public MrouteLib::SwitchChip {
     bool operator()(RouteKeyProbe const& p, Route const* a) const { return (*this)(a, p); }
   };
   absl::flat_hash_set<Route*, RouteByKeyHash, RouteByKeyEq> routeKeyToHandle_;
-  absl::flat_hash_set<std::uint32_t> oifSetIndexColl_;
+  // Replication indexes are as dense as route handles.
+  DenseIdMap<bool> oifSetIndexColl_;
   Vex::OrderedColl<ZombieKey, Vex::Ptr<MtableOifSet>> zombieOifSet_;
   FrrOifSetColl frrMtableOifSet_;
   FrrOifSetColl frrProcessingOifSet_;
