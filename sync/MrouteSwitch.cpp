@@ -87,8 +87,8 @@ RouteHandle MrouteSwitch::routeKeyToHandle(RouteKeyVlanId const& k) const {
   return r ? r->routeHandle() : RouteHandle::invalid();
 }
 
-Route* MrouteSwitch::routeByKey(RouteKeyVlanId const& k) const {
-  auto it = routeKeyToHandle_.find(RouteKeyProbe(k));
+Route* MrouteSwitch::routeByKey(IpGenRouteKey const& key, Bridging::VlanIdOrNone vlan) const {
+  auto it = routeKeyToHandle_.find(RouteKeyProbe(key, vlan));
   return it == routeKeyToHandle_.end() ? nullptr : *it;
 }
 

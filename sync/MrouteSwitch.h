@@ -124,10 +124,13 @@ class MrouteSwitch : public MrouteLib::SwitchChip {
   std::size_t routeKeyToHandleSize() const { return routeKeyToHandle_.size(); }
   // The route routeKeyToHandle names, found with one lookup; null when none.
   // Valid until the route is deleted.
-  Route* routeByKey(RouteKeyVlanId const& k) const;
-  // Starts fetching what routeByKey(k) will read first (a hint; no effect
-  // on the result), so that a walk can ask a few routes ahead.
-  void routeByKeyPrefetch(RouteKeyVlanId const& k) const { routeKeyToHandle_.prefetch(RouteKeyProbe(k)); }
+  Route* routeByKey(RouteKeyVlanId const& k) const { return routeByKey(k.route, k.vlan); }
+  Route* routeByKey(IpGenRouteKey const& key, Bridging::VlanIdOrNone vlan) const;
+  // Starts fetching what routeByKey(key, vlan) will read first (a hint; no
+  // effect on the result), so that a walk can ask a few routes ahead.
+  void routeByKeyPrefetch(IpGenRouteKey const& key, Bridging::VlanIdOrNone vlan) const {
+    routeKeyToHandle_.prefetch(RouteKeyProbe(key, vlan));
+  }
 
   // The sharing table: the live set that programs each platform OIF set.
   MtableOifSetPtr inUseOifSet(MrouteLib::OifSet const* oifSet) const;
@@ -204,8 +207,8 @@ class MrouteSwitch : public MrouteLib::SwitchChip {
   // and VLAN removes the entry.
   // A lookup by key and VLAN: the key packed once for all the candidates.
   struct RouteKeyProbe {
-    explicit RouteKeyProbe(RouteKeyVlanId const& k) : key(PackedRouteKey::probe(k.route)), vlan(k.vlan.value()) {}
-    PackedRouteKey key;  // points at k's key when it does not pack: k outlives the probe
+    RouteKeyProbe(IpGenRouteKey const& k, Bridging::VlanIdOrNone v) : key(PackedRouteKey::probe(k)), vlan(v.value()) {}
+    PackedRouteKey key;  // points at k when it does not pack: k outlives the probe
     std::uint16_t vlan;
   };
   struct RouteByKeyHash {

@@ -87,7 +87,7 @@ class AgingReviewPrefetch {
     }
     if (!near_.done()) {
       RouteStatus const& rs = *near_.value();
-      sw_.routeByKeyPrefetch(Fal::RouteKeyVlanId(rs.key(), vlans_.intfIdToVlanId(rs.acceptingIntfId())));
+      sw_.routeByKeyPrefetch(rs.key(), vlans_.intfIdToVlanId(rs.acceptingIntfId()));
       ++near_;
     }
   }
@@ -265,7 +265,7 @@ bool MrouteSwitchSm::doRouteAgingReviewAfImpl(HwStatus& status) {
       bool hit = false;
       // One lookup straight to the route; nothing runs between it and the
       // reads below that could delete the route.
-      if (Route const* const route = mrouteSwitch_->routeByKey(RouteKeyVlanId(key, vlan))) {
+      if (Route const* const route = mrouteSwitch_->routeByKey(key, vlan)) {
         bool const noAge = route->noAge();
         if (noAge) {
           FAL_SYNC_TRACE(5, " Forcing hit for " << key);
@@ -286,7 +286,7 @@ bool MrouteSwitchSm::doRouteAgingReviewAfImpl(HwStatus& status) {
         rs.lastPollTimeIs(currentTime());
       }
 
-      for (auto fd = rs.fastdropIterator(); !fd.done(); ++fd) {
+      for (auto fd = rs.fastdropIterator(); rs.fastdropSize() != 0 && !fd.done(); ++fd) {
         Netcore::IntfId const intf = fd.key();
         FAL_SYNC_TRACE(7, "Reviewing fastdrop " << intf);
         Bridging::VlanIdOrNone const fdVlan = intfVlanIdTable_->intfIdToVlanId(intf);

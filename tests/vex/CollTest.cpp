@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include "platform/vex/FlatHashColl.h"
 #include "platform/vex/HashColl.h"
 #include "platform/vex/OrderedColl.h"
 #include "platform/vex/Ptr.h"
@@ -20,10 +21,14 @@ struct Hashed {
   template <class K, class V>
   using Coll = Vex::HashColl<K, V>;
 };
+struct Flat {
+  template <class K, class V>
+  using Coll = Vex::FlatHashColl<K, V>;
+};
 struct KindName {
   template <class T>
   static std::string GetName(int) {
-    return std::is_same_v<T, Ordered> ? "Ordered" : "Hashed";
+    return std::is_same_v<T, Ordered> ? "Ordered" : std::is_same_v<T, Hashed> ? "Hashed" : "Flat";
   }
 };
 
@@ -39,7 +44,7 @@ class CollTest : public ::testing::Test {
  protected:
   typename Kind::template Coll<int, int> coll_;
 };
-using Kinds = ::testing::Types<Ordered, Hashed>;
+using Kinds = ::testing::Types<Ordered, Hashed, Flat>;
 TYPED_TEST_SUITE(CollTest, Kinds, KindName);
 
 TYPED_TEST(CollTest, IterationSurvivesErasingTheCurrentMemberAndOthers) {
@@ -137,8 +142,14 @@ TYPED_TEST(CollTest, RemovalDetachesTheMemberBeforeReleasingItsValue) {
   EXPECT_EQ(seen, (std::vector<std::string>{"erase again missed, size 1", "replaced by 3", "cleared, size 0"}));
 }
 
-TEST(HashCollTest, OrderIsStableAcrossGrowthAndInsertionHistory) {
-  Vex::HashColl<int, int> forward, backward;
+// The two hashed collections: one stable hash order, whatever the history.
+template <class Kind>
+class HashOrderTest : public ::testing::Test {};
+using HashKinds = ::testing::Types<Hashed, Flat>;
+TYPED_TEST_SUITE(HashOrderTest, HashKinds, KindName);
+
+TYPED_TEST(HashOrderTest, OrderIsStableAcrossGrowthAndInsertionHistory) {
+  typename TypeParam::template Coll<int, int> forward, backward;
   for (int k = 0; k < 10; ++k) forward.set(k, k);
   auto const small = keysOf(forward);
   for (int k = 10; k < 5000; ++k) forward.set(k, k);
@@ -151,8 +162,8 @@ TEST(HashCollTest, OrderIsStableAcrossGrowthAndInsertionHistory) {
   EXPECT_NE(grown, [] { std::vector<int> v(5000); for (int i = 0; i < 5000; ++i) v[i] = i; return v; }()) << "not hashed";
 }
 
-TEST(HashCollTest, IteratorAtAnAbsentKeyLandsOnItsSuccessorInIterationOrder) {
-  Vex::HashColl<int, int> all, evens;
+TYPED_TEST(HashOrderTest, IteratorAtAnAbsentKeyLandsOnItsSuccessorInIterationOrder) {
+  typename TypeParam::template Coll<int, int> all, evens;
   for (int k = 0; k < 2000; ++k) {
     all.set(k, k);
     if (k % 2 == 0) evens.set(k, k);
@@ -166,6 +177,54 @@ TEST(HashCollTest, IteratorAtAnAbsentKeyLandsOnItsSuccessorInIterationOrder) {
     } else {
       ASSERT_FALSE(it.done()) << order[i];
       EXPECT_EQ(it.key(), *succ) << order[i];
+    }
+  }
+}
+
+// The flat collection stands in for the chained one where a walk's speed
+// matters: after the same history, both hold the same members in the same
+// order, and every lookup agrees.
+TEST(FlatHashCollTest, MatchesTheChainedCollectionThroughARandomHistory) {
+  Vex::HashColl<std::uint64_t, int> chained;
+  Vex::FlatHashColl<std::uint64_t, int> flat;
+  std::uint64_t x = 88172645463325252ULL;
+  auto next = [&] {
+    x ^= x << 13;
+    x ^= x >> 7;
+    x ^= x << 17;
+    return x;
+  };
+  for (int step = 0; step < 60000; ++step) {
+    std::uint64_t const key = next() % 5000;
+    if (next() % 3 == 0) {
+      ASSERT_EQ(chained.erase(key), flat.erase(key)) << step;
+    } else {
+      int const value = static_cast<int>(next() % 100);
+      ASSERT_EQ(chained.set(key, value), flat.set(key, value)) << step;
+    }
+    if (step % 5000 == 0 || step == 59999) {
+      ASSERT_EQ(chained.size(), flat.size());
+      auto c = chained.iterator();
+      auto f = flat.iterator();
+      for (; c && f; ++c, ++f) {
+        ASSERT_EQ(c.key(), f.key());
+        ASSERT_EQ(c.value(), f.value());
+      }
+      EXPECT_TRUE(c.done() && f.done());
+      for (std::uint64_t k = 0; k < 5000; k += 7) {
+        auto const* a = chained.find(k);
+        auto const* b = flat.find(k);
+        ASSERT_EQ(a == nullptr, b == nullptr) << k;
+        if (a) {
+          EXPECT_EQ(*a, *b);
+        }
+        auto ci = chained.iterator(k);
+        auto fi = flat.iterator(k);
+        ASSERT_EQ(ci.done(), fi.done()) << k;
+        if (!ci.done()) {
+          EXPECT_EQ(ci.key(), fi.key()) << k;
+        }
+      }
     }
   }
 }
