@@ -58,45 +58,34 @@ AgingReviewBookmark& agingReviewBookmark() {
 // another. In a large table each route's status and its entry in the
 // switch's key index sit in memory the processor has not seen lately;
 // reading them only when the review reaches the route costs a full memory
-// round trip each. Two positions run ahead: the farther one fetches the
-// route status, the nearer one (whose status has arrived by then) reads its
-// key and VLAN and fetches the key index entry. Only fetches are issued: the
-// review reads and decides exactly as without them, and the positions are
-// ordinary iterators, so routes deleted meanwhile are skipped as the review
-// skips them.
+// round trip each. It looks at two routes ahead of the review's position in
+// the collection: at the farther one it fetches the route status, at the
+// nearer one (whose status has arrived by then) it reads the VLAN and fetches
+// the key index entry. Only fetches are issued: the review reads and decides
+// exactly as without them, and a collection changed under the review (a
+// stamp's reactor may do that) gives no hint until the review moves on.
 class AgingReviewPrefetch {
  public:
-  static constexpr int kNear = 4;
-  static constexpr int kFar = 8;
+  static constexpr std::size_t kNear = 4;
+  static constexpr std::size_t kFar = 8;
 
-  AgingReviewPrefetch(VrfStatus::RouteColl::Iterator const& at, Fal::MrouteSwitch const& sw,
-                      IntfVlanId::Table const& vlans)
-      : sw_(sw), vlans_(vlans), near_(at), far_(at) {
-    for (int i = 0; i < kNear && !near_.done(); ++i) ++near_;
-    far_ = near_;
-    for (int i = kNear; i < kFar && !far_.done(); ++i) ++far_;
-  }
+  AgingReviewPrefetch(Fal::MrouteSwitch const& sw, IntfVlanId::Table const& vlans) : sw_(sw), vlans_(vlans) {}
 
-  // Once per route reviewed.
-  void step() {
-    if (!far_.done()) {
-      auto const* rs = reinterpret_cast<char const*>(far_.value().get());
+  // Once per route reviewed, with the review at `at`.
+  void step(VrfStatus::RouteColl::Iterator const& at) const {
+    if (auto const* far = at.peek(kFar)) {
+      auto const* rs = reinterpret_cast<char const*>(far->second.get());
       __builtin_prefetch(rs);
       __builtin_prefetch(rs + 64);
-      ++far_;
     }
-    if (!near_.done()) {
-      RouteStatus const& rs = *near_.value();
-      sw_.routeByKeyPrefetch(rs.key(), vlans_.intfIdToVlanId(rs.acceptingIntfId()));
-      ++near_;
+    if (auto const* near = at.peek(kNear)) {
+      sw_.routeByKeyPrefetch(near->first, vlans_.intfIdToVlanId(near->second->acceptingIntfId()));
     }
   }
 
  private:
   Fal::MrouteSwitch const& sw_;
   IntfVlanId::Table const& vlans_;
-  VrfStatus::RouteColl::Iterator near_;
-  VrfStatus::RouteColl::Iterator far_;
 };
 
 bool clockArmed(Vex::Ptr<Vex::Clock> const& clock) { return clock && clock->timeMin() != Vex::kNever; }
@@ -242,7 +231,9 @@ bool MrouteSwitchSm::doRouteAgingReviewAfImpl(HwStatus& status) {
       break;  // vrfIt stays done: nothing is left of this walk
   }
 
-  Vex::Seconds const deadline = currentTime() + agingReviewQuota_;
+  // The loop's clock, asked after every polled route: a hook may charge time.
+  Vex::ActivityManager const& clock = *Vex::ActivityManager::current();
+  Vex::Seconds const deadline = clock.now() + agingReviewQuota_;
   for (; !vrfIt.done(); ++vrfIt) {
     Vex::Ptr<VrfStatus> const vrf = vrfIt.value();  // held while its routes are stamped
     FAL_SYNC_TRACE(5, "Iterating VRF " << vrf->name());
@@ -250,10 +241,10 @@ bool MrouteSwitchSm::doRouteAgingReviewAfImpl(HwStatus& status) {
     routeItSet = true;
     auto const vrfId = static_cast<std::uint16_t>(l3Status_->vrfNameToId(vrf->name()).value_or(0));
     std::uint32_t reviewed = 1;
-    AgingReviewPrefetch prefetch(routeIt, *mrouteSwitch_, *intfVlanIdTable_);
+    AgingReviewPrefetch const prefetch(*mrouteSwitch_, *intfVlanIdTable_);
 
     for (; !routeIt.done(); ++routeIt, ++reviewed) {
-      prefetch.step();
+      prefetch.step(routeIt);
       Vex::Ptr<RouteStatus> const routeStatus = routeIt.value();  // held: a stamp's reactor may delete it
       RouteStatus& rs = *routeStatus;
       if (rs.flags() & RouteStatus::kFlagsMask) continue;
@@ -283,21 +274,24 @@ bool MrouteSwitchSm::doRouteAgingReviewAfImpl(HwStatus& status) {
       if (askHook) hit = mrouteHelper_->mrouteHitBit(chipId, vrfId, key, vlan, false);
       if (hit) {
         FAL_SYNC_TRACE(5, "Updating activity bits for route " << key);
-        rs.lastPollTimeIs(currentTime());
+        rs.lastPollTimeIs(clock.now());
       }
 
-      for (auto fd = rs.fastdropIterator(); rs.fastdropSize() != 0 && !fd.done(); ++fd) {
-        Netcore::IntfId const intf = fd.key();
-        FAL_SYNC_TRACE(7, "Reviewing fastdrop " << intf);
-        Bridging::VlanIdOrNone const fdVlan = intfVlanIdTable_->intfIdToVlanId(intf);
-        if (fdVlan.isNone()) continue;
-        if (mrouteHelper_->mrouteHitBit(chipId, vrfId, key, fdVlan, true)) {
-          FAL_SYNC_TRACE(5, "Updating activity bits for fastdrop route" << key << " on vlan " << fdVlan);
-          rs.fastdropLastPollTimeIs(intf, currentTime());
+      // Most routes have no fast-drop entries: no iterator is made for them.
+      if (rs.fastdropSize() != 0) {
+        for (auto fd = rs.fastdropIterator(); !fd.done(); ++fd) {
+          Netcore::IntfId const intf = fd.key();
+          FAL_SYNC_TRACE(7, "Reviewing fastdrop " << intf);
+          Bridging::VlanIdOrNone const fdVlan = intfVlanIdTable_->intfIdToVlanId(intf);
+          if (fdVlan.isNone()) continue;
+          if (mrouteHelper_->mrouteHitBit(chipId, vrfId, key, fdVlan, true)) {
+            FAL_SYNC_TRACE(5, "Updating activity bits for fastdrop route" << key << " on vlan " << fdVlan);
+            rs.fastdropLastPollTimeIs(intf, clock.now());
+          }
         }
       }
 
-      if (currentTime() > deadline) {
+      if (clock.now() > deadline) {
         // The count is of routes before this one, as the trace has always read.
         FAL_SYNC_TRACE(6, "Route aging review quota reached (reviewed " << reviewed - 1 << " routes)");
         ++routeIt;
@@ -316,7 +310,7 @@ bool MrouteSwitchSm::doRouteAgingReviewAfImpl(HwStatus& status) {
             bookmark.vrfName = vrfIt.key();
           }
         }
-        if (agingClock_) agingClock_->timeMinIs(currentTime() + agingReviewInterval_);
+        if (agingClock_) agingClock_->timeMinIs(clock.now() + agingReviewInterval_);
         return false;
       }
     }

@@ -67,16 +67,18 @@ class FlatHashColl {
     friend bool operator==(Iterator const& a, Iterator const& b) {
       return a.done() && b.done() ? true : a.coll_ == b.coll_ && a.index_ == b.index_;
     }
-    // The address of the member `ahead` members on, or null (a hint for
-    // fetching ahead of a walk; reads only the slot array).
-    V const* peek(std::size_t ahead) const {
+    // The member `ahead` members on, or null when there is none or the
+    // collection changed since the iterator last moved: a hint for fetching
+    // ahead of a walk, cheaper than a second iterator (it reads only the slot
+    // array and copies nothing). Valid until the collection changes.
+    std::pair<K, V> const* peek(std::size_t ahead) const {
       if (!coll_ || index_ == npos || coll_->version_ != version_) return nullptr;
       std::size_t i = index_;
       for (std::size_t n = 0; n < ahead; ++n) {
         i = coll_->nextUsed(i + 1);
         if (i == npos) return nullptr;
       }
-      return &coll_->slots_[i].kv.second;
+      return &coll_->slots_[i].kv;
     }
 
    private:

@@ -229,4 +229,28 @@ TEST(FlatHashCollTest, MatchesTheChainedCollectionThroughARandomHistory) {
   }
 }
 
+TEST(FlatHashCollTest, PeekShowsTheMembersAheadUntilTheCollectionChanges) {
+  Vex::FlatHashColl<int, int> c;
+  for (int k = 0; k < 100; ++k) c.set(k, k * 10);
+  auto const order = keysOf(c);
+  auto it = c.iterator();
+  for (std::size_t i = 0; i < order.size(); ++i, ++it) {
+    for (std::size_t ahead : {0u, 1u, 4u, 8u}) {
+      auto const* p = it.peek(ahead);
+      if (i + ahead >= order.size()) {
+        EXPECT_EQ(p, nullptr) << i << "+" << ahead;
+      } else {
+        ASSERT_NE(p, nullptr) << i << "+" << ahead;
+        EXPECT_EQ(p->first, order[i + ahead]);
+        EXPECT_EQ(p->second, order[i + ahead] * 10);
+      }
+    }
+    if (i == 50) {
+      c.set(1000, 0);  // the array may have moved: no hint until the iterator moves on
+      EXPECT_EQ(it.peek(1), nullptr);
+      c.erase(1000);
+    }
+  }
+}
+
 }  // namespace
