@@ -12,6 +12,11 @@
 // fill (fewer than one in eight slots used on average) go to a hash map of
 // their own instead, so any assignment of ids stays within a bounded size.
 //
+// The page last looked up is remembered, so a run of lookups of nearby ids
+// (a batch of routes just programmed) skips the page table; and the last
+// page emptied is kept for the next one needed, so ids that come and go
+// around one boundary do not allocate a page each time.
+//
 // A default-constructed V means "absent": stored values must not be one.
 // Removal hands the value back, detached, for the caller to release.
 // Iteration is in no particular order and must not change the map.
@@ -46,8 +51,8 @@ class DenseIdMap {
 
   // The value under id, or null.
   V const* find(std::uint32_t id) const {
-    if (auto p = pages_.find(id >> kPageBits); p != pages_.end()) {
-      V const& v = p->second->slot[id & (kPageSize - 1)];
+    if (Page const* p = page(id >> kPageBits)) {
+      V const& v = p->slot[id & (kPageSize - 1)];
       return v == V{} ? nullptr : &v;
     }
     if (scattered_.empty()) return nullptr;
@@ -58,17 +63,21 @@ class DenseIdMap {
 
   // Stores value under id; false, and nothing stored, when id is present.
   bool insert(std::uint32_t id, V value) {
-    std::uint32_t const page = id >> kPageBits;
-    auto p = pages_.find(page);
-    if (p == pages_.end() && (pages_.size() + 1) * kPageSize <= kMinFill * (size_ + kPageSize)) {
-      p = pages_.emplace(page, std::make_unique<Page>()).first;
-      adoptScattered(page, *p->second);
+    std::uint32_t const number = id >> kPageBits;
+    Page* p = page(number);
+    if (!p && (pages_.size() + 1) * kPageSize <= kMinFill * (size_ + kPageSize)) {
+      std::unique_ptr<Page>& made = pages_[number];
+      made = spare_ ? std::move(spare_) : std::make_unique<Page>();
+      p = made.get();
+      adoptScattered(number, *p);
+      lastNumber_ = number;
+      lastPage_ = p;
     }
-    if (p != pages_.end()) {
-      V& slot = p->second->slot[id & (kPageSize - 1)];
+    if (p) {
+      V& slot = p->slot[id & (kPageSize - 1)];
       if (!(slot == V{})) return false;
       slot = std::move(value);
-      ++p->second->used;
+      ++p->used;
     } else if (!scattered_.try_emplace(id, std::move(value)).second) {
       return false;
     }
@@ -80,11 +89,11 @@ class DenseIdMap {
   // map is consistent before the caller releases it.
   V extract(std::uint32_t id) {
     V out{};
-    if (auto p = pages_.find(id >> kPageBits); p != pages_.end()) {
-      V& slot = p->second->slot[id & (kPageSize - 1)];
+    if (Page* p = page(id >> kPageBits)) {
+      V& slot = p->slot[id & (kPageSize - 1)];
       if (slot == V{}) return out;
       std::swap(out, slot);
-      if (--p->second->used == 0) pages_.erase(p);
+      if (--p->used == 0) dropPage(id >> kPageBits);
     } else if (auto s = scattered_.find(id); s != scattered_.end()) {
       out = std::move(s->second);
       scattered_.erase(s);
@@ -164,6 +173,23 @@ class DenseIdMap {
     std::uint32_t used = 0;
   };
 
+  // The page of this number, or null; the last one found is remembered.
+  Page* page(std::uint32_t number) const {
+    if (lastPage_ && lastNumber_ == number) return lastPage_;
+    auto p = pages_.find(number);
+    if (p == pages_.end()) return nullptr;
+    lastNumber_ = number;
+    lastPage_ = p->second.get();
+    return lastPage_;
+  }
+  // An emptied page is kept as the spare if there is none.
+  void dropPage(std::uint32_t number) {
+    auto p = pages_.find(number);
+    if (p->second.get() == lastPage_) lastPage_ = nullptr;
+    if (!spare_) spare_ = std::move(p->second);
+    pages_.erase(p);
+  }
+
   // A new page takes over the scattered values of its ids.
   void adoptScattered(std::uint32_t page, Page& p) {
     if (scattered_.empty()) return;
@@ -178,6 +204,9 @@ class DenseIdMap {
 
   PageMap pages_;
   ScatteredMap scattered_;
+  std::unique_ptr<Page> spare_;  // empty, all slots V{}
+  mutable std::uint32_t lastNumber_ = 0;
+  mutable Page* lastPage_ = nullptr;
   std::size_t size_ = 0;
 };
 
