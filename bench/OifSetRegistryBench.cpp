@@ -11,6 +11,7 @@
 // would be), while the registry's sets they hit are scattered: at 1M sets a
 // target is rarely met twice while it is still cached, so each lookup pays
 // the cache misses of a large route table.
+#include <absl/container/flat_hash_map.h>
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -20,6 +21,7 @@
 #include <random>
 #include <vector>
 
+#include "bench/Anchor.h"
 #include "platform/mroutelib/OifSetRegistry.h"
 
 namespace {
@@ -127,5 +129,102 @@ void BM_ColdRead(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations());
 }
 BENCHMARK(BM_ColdRead);
+
+// The floor under a share lookup at 1M sets, with no library code: a query
+// holds a set (from a vector, in random order); the lookup reads the set and
+// then the entry it points to, and takes and drops a reference on the entry
+// (two dependent reads of memory not seen lately), followed by `work` steps
+// of unrelated computation standing for the library's bookkeeping (traces,
+// ring record, verify request, result attribute). Timed in alternating rounds
+// beside a bare absl find of a 16-byte key over the same sets (the share
+// lookup's anchor): `ratio` shows how the floor rises with the instructions
+// between consecutive lookups, as the processor overlaps the reads of
+// consecutive lookups only while they fit in its window of instructions.
+struct PairWorld {
+  struct alignas(8) Entry {
+    std::uint32_t refs = 1;
+    bool dirty = false;
+    char rest[51];  // an entry is 56 bytes
+  };
+  struct Set {
+    std::uint32_t refs = 1;
+    Entry* entry = nullptr;
+    char rest[184];  // a platform set is 200 bytes
+  };
+  struct Key {
+    std::uint64_t set;
+    std::uint64_t chip;
+    friend bool operator==(Key const&, Key const&) = default;
+    template <typename H>
+    friend H AbslHashValue(H h, Key const& k) {
+      return H::combine(std::move(h), k.set, k.chip);
+    }
+  };
+  static constexpr std::uint32_t kSets = 1'000'000;
+  PairWorld() {
+    sets.reserve(kSets);
+    entries.reserve(kSets);
+    for (std::uint32_t i = 0; i < kSets; ++i) {
+      sets.push_back(std::make_unique<Set>());
+      entries.push_back(std::make_unique<Entry>());
+      sets.back()->entry = entries.back().get();
+      bare.emplace(Key{reinterpret_cast<std::uintptr_t>(sets.back().get()), 1}, entries.back().get());
+    }
+    std::mt19937 rng(42);
+    for (std::uint32_t j = 0; j < (1U << 18); ++j) {
+      Set* s = sets[rng() % kSets].get();
+      queries.push_back(s);
+      keys.push_back(Key{reinterpret_cast<std::uintptr_t>(s), 1});
+    }
+  }
+  std::vector<std::unique_ptr<Set>> sets;
+  std::vector<std::unique_ptr<Entry>> entries;
+  absl::flat_hash_map<Key, Entry*> bare;
+  std::vector<Set*> queries;
+  std::vector<Key> keys;
+};
+
+[[gnu::noinline]] PairWorld::Entry* sharePair(PairWorld::Set* s) {
+  ++s->refs;
+  PairWorld::Entry* e = s->entry;
+  if (e->dirty) e = nullptr;
+  else ++e->refs;
+  --s->refs;
+  return e;
+}
+
+void BM_DependentPair(benchmark::State& state) {
+  static PairWorld w;
+  auto const work = static_cast<int>(state.range(0));
+  constexpr std::size_t kRound = 512;
+  FalBench::CpuStopwatch lib;
+  FalBench::CpuStopwatch anchor;
+  std::size_t k = 0;
+  for (auto _ : state) {
+    std::size_t const from = k;
+    lib.start();
+    for (std::size_t q = 0; q < kRound; ++q) {
+      PairWorld::Entry* e = sharePair(w.queries[k]);
+      for (int i = 0; i < work; ++i) benchmark::DoNotOptimize(i);
+      if (e) --e->refs;
+      if (++k == w.queries.size()) k = 0;
+    }
+    lib.stop();
+    state.PauseTiming();
+    k = from;
+    anchor.start();
+    for (std::size_t q = 0; q < kRound; ++q) {
+      auto it = w.bare.find(w.keys[k]);
+      benchmark::DoNotOptimize(it->second);
+      if (++k == w.queries.size()) k = 0;
+    }
+    anchor.stop();
+    state.ResumeTiming();
+  }
+  auto const items = static_cast<double>(state.iterations()) * kRound;
+  state.SetItemsProcessed(static_cast<std::int64_t>(items));
+  FalBench::reportAgainstAnchor(state, lib, anchor, items);
+}
+BENCHMARK(BM_DependentPair)->ArgName("work")->Arg(0)->Arg(25)->Arg(50)->Arg(100)->Arg(200);
 
 }  // namespace

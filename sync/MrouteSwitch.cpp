@@ -242,7 +242,7 @@ void MrouteSwitch::doAllocateMtableOifSet(Vex::Ptr<MrouteLib::OifSet const> oifS
   MtableOifSetPtr const found = inUseOifSet(oifSet.get());
   if (found && !found->dirty()) {
     FAL_SYNC_TRACE(2, "Found an existing oif set");
-    RING_TRACE("doAllocateMtableOifSet", "Foung an existing oif set");
+    RING_TRACE_TEXT("doAllocateMtableOifSet", "Foung an existing oif set");
     Vex::Ptr<MtableOifSet> set(found.get());  // holds it while it leaves the zombie collection
     if (set->isZombie()) {
       bool const usable = mrouteHelper_->isDefault(OptionalHook::verifyZombieUsable) ||

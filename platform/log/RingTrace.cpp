@@ -22,6 +22,7 @@ RingTrace::Slot& RingTrace::startNext(std::string_view source) {
   Slot& r = ring_[head_];
   r.time = currentTime();
   r.literalSource = {};
+  r.literalText = {};
   r.source.assign(source);  // reuses the overwritten record's buffers
   return r;
 }
@@ -43,14 +44,14 @@ std::vector<RingTrace::Record> RingTrace::records() const {
   out.reserve(size_);
   for (std::size_t age = 0; age < size_; ++age) {
     Slot const& r = ring_[slot(age)];
-    out.push_back(Record{r.time, std::string(r.sourceText()), r.text});
+    out.push_back(Record{r.time, std::string(r.sourceText()), std::string(r.textOf())});
   }
   return out;
 }
 
 bool RingTrace::contains(std::string_view text) const {
   for (std::size_t age = 0; age < size_; ++age)
-    if (ring_[slot(age)].text.find(text) != std::string::npos) return true;
+    if (ring_[slot(age)].textOf().find(text) != std::string_view::npos) return true;
   return false;
 }
 

@@ -55,7 +55,19 @@ class RingTrace {
     Slot& r = ring_[head_];
     r.time = currentTime();
     r.literalSource = literalSource;
+    r.literalText = {};
     r.source.clear();  // an empty literal reads as empty, not as an older source
+    finishNext();
+  }
+  // For RING_TRACE_TEXT: a record whose source and text are both string
+  // literals, kept by address: nothing is copied. Does not check enabled().
+  void recordLiterals(std::string_view literalSource, std::string_view literalText) {
+    Slot& r = ring_[head_];
+    r.time = currentTime();
+    r.literalSource = literalSource;
+    r.literalText = literalText;
+    r.source.clear();
+    r.text.clear();
     finishNext();
   }
 
@@ -72,14 +84,17 @@ class RingTrace {
   void capacityIs(std::size_t capacity);
 
  private:
-  // A record as the ring keeps it: a literal source by address, any other
-  // copied (so RING_TRACE, on hot paths, copies nothing but its text).
+  // A record as the ring keeps it: a literal source or text by address, any
+  // other copied (so RING_TRACE, on hot paths, copies nothing but its text,
+  // and RING_TRACE_TEXT nothing at all).
   struct Slot {
     Vex::Seconds time = 0;
     std::string_view literalSource;  // empty when source holds the source
+    std::string_view literalText;    // empty when text holds the text
     std::string source;
     std::string text;
     std::string_view sourceText() const { return literalSource.empty() ? std::string_view(source) : literalSource; }
+    std::string_view textOf() const { return literalText.empty() ? std::string_view(text) : literalText; }
   };
 
   std::size_t slot(std::size_t age) const { return (head_ + ring_.size() - size_ + age) % ring_.size(); }
@@ -189,4 +204,15 @@ void ringTrace(std::string_view source, Pieces const&... pieces) {
       ringTraceText_ << expr;                                                   \
       ringTrace_.commitNext(std::string_view("" source, sizeof(source) - 1)); \
     }                                                                           \
+  } while (0)
+
+// RING_TRACE_TEXT("doAllocateMtableOifSet", "Foung an existing oif set"): a
+// record whose text is a string literal too, for the hottest paths: both are
+// kept by address, nothing is formatted or copied.
+#define RING_TRACE_TEXT(source, text)                                                        \
+  do {                                                                                       \
+    if (::RingTrace::enabled()) {                                                            \
+      ::RingTrace::instance().recordLiterals(std::string_view("" source, sizeof(source) - 1), \
+                                             std::string_view("" text, sizeof(text) - 1));   \
+    }                                                                                        \
   } while (0)

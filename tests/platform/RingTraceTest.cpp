@@ -110,6 +110,13 @@ TEST(RingTrace, MacroRecordsKeepTheirSourcesAcrossWrapAroundAndResizing) {
   ring.capacityIs(5);
   ring.record("copied", "r2");
   EXPECT_EQ(sources(), (std::vector<std::string>{":empty", "joinedSource:m2", ":empty again", "copied:r2"}));
+  // Literal texts too, over records that held copied ones, and back.
+  RING_TRACE_TEXT("all" "Literal", "t" "1");
+  RING_TRACE_TEXT("", "");
+  ring.record("copied", "r3");
+  EXPECT_EQ(sources(), (std::vector<std::string>{":empty again", "copied:r2", "allLiteral:t1", ":", "copied:r3"}));
+  EXPECT_TRUE(ring.contains("t1"));
+  EXPECT_FALSE(ring.contains("m2"));
   ring.capacityIs(capacity);
   ring.clear();
 }
