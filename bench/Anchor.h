@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <ctime>
 #include <string>
+#include <utility>
 
 namespace FalBench {
 
@@ -41,5 +42,16 @@ inline void reportAgainstAnchor(benchmark::State& state, CpuStopwatch const& lib
   state.counters["anchor_ns"] = anchorNs;
   state.counters["ratio"] = libNs / anchorNs;
 }
+
+// The share lookup's anchor key: 16 bytes, a set's address and a chip.
+struct SetChipKey {
+  std::uint64_t set;
+  std::uint64_t chip;
+  friend bool operator==(SetChipKey const&, SetChipKey const&) = default;
+  template <typename H>
+  friend H AbslHashValue(H h, SetChipKey const& k) {
+    return H::combine(std::move(h), k.set, k.chip);
+  }
+};
 
 }  // namespace FalBench

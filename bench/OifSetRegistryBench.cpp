@@ -151,15 +151,7 @@ struct PairWorld {
     Entry* entry = nullptr;
     char rest[184];  // a platform set is 200 bytes
   };
-  struct Key {
-    std::uint64_t set;
-    std::uint64_t chip;
-    friend bool operator==(Key const&, Key const&) = default;
-    template <typename H>
-    friend H AbslHashValue(H h, Key const& k) {
-      return H::combine(std::move(h), k.set, k.chip);
-    }
-  };
+  using Key = FalBench::SetChipKey;
   static constexpr std::uint32_t kSets = 1'000'000;
   PairWorld() {
     sets.reserve(kSets);

@@ -62,16 +62,6 @@ struct BareKeyHash {
 using BareRouteMap = absl::flat_hash_map<Fal::RouteKeyVlanId, RouteHandle, BareKeyHash>;
 Fal::RouteKeyVlanId bareKey(std::uint32_t i) { return {routeKey(i), Bridging::VlanIdOrNone(SyncWorld::kVlan)}; }
 
-// The share lookup's anchor: a 16-byte key, (set, chip).
-struct SetChipKey {
-  std::uint64_t set;
-  std::uint64_t chip;
-  friend bool operator==(SetChipKey const&, SetChipKey const&) = default;
-  template <typename H>
-  friend H AbslHashValue(H h, SetChipKey const& k) {
-    return H::combine(std::move(h), k.set, k.chip);
-  }
-};
 using BareShareMap = absl::flat_hash_map<SetChipKey, void const*>;
 SetChipKey setChipKey(OifSetPtr const& s) { return {reinterpret_cast<std::uintptr_t>(s.get()), SyncWorld::kSwitchId}; }
 
