@@ -6,6 +6,9 @@
 #include <fstream>
 #include <sstream>
 #include <utility>
+#include <vector>
+
+#include "sim/Printable.h"
 
 namespace FalSim {
 
@@ -48,6 +51,44 @@ std::size_t tooDeep(std::string_view text, std::size_t maxDepth) {
   return std::string_view::npos;
 }
 
+// The text of the n-th number (from 0) of a valid JSON text, in document
+// order: the n-th token outside strings that starts with '-' or a digit.
+std::string_view nthNumber(std::string_view text, std::size_t n) {
+  auto numberChar = [](char c) { return (c >= '0' && c <= '9') || c == '-' || c == '+' || c == '.' || c == 'e' || c == 'E'; };
+  std::size_t seen = 0;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    char const ch = text[i];
+    if (ch == '"') {
+      for (++i; i < text.size() && text[i] != '"'; ++i) {
+        if (text[i] == '\\') ++i;
+      }
+    } else if (ch == '-' || (ch >= '0' && ch <= '9')) {
+      std::size_t end = i;
+      while (end < text.size() && numberChar(text[end])) ++end;
+      if (seen++ == n) return text.substr(i, end - i);
+      i = end - 1;
+    }
+  }
+  return {};
+}
+
+// Counts the numbers before target in document order; true once it is found.
+bool numbersBefore(rapidjson::Value const& v, rapidjson::Value const& target, std::size_t& count) {
+  if (&v == &target) return true;
+  if (v.IsNumber()) {
+    ++count;
+  } else if (v.IsArray()) {
+    for (auto const& x : v.GetArray()) {
+      if (numbersBefore(x, target, count)) return true;
+    }
+  } else if (v.IsObject()) {
+    for (auto const& m : v.GetObject()) {
+      if (numbersBefore(m.value, target, count)) return true;
+    }
+  }
+  return false;
+}
+
 std::string at(std::string_view text, std::size_t offset) {
   auto const [line, column] = lineColumn(text, offset);
   return "line " + std::to_string(line) + ", column " + std::to_string(column);
@@ -66,17 +107,55 @@ std::string JsonReader::read(std::string const& path, std::string const& what) {
   return text.str();
 }
 
-rapidjson::Document JsonReader::parse(std::string_view text) const {
+JsonReader::Value const& JsonReader::parse(std::string_view text) {
   if (std::size_t const deep = tooDeep(text, kMaxDepth); deep != std::string_view::npos) {
     throw FileError(file_, at(text, deep), "JSON nested at most " + std::to_string(kMaxDepth) + " levels deep");
   }
-  rapidjson::Document doc;
-  doc.Parse<rapidjson::kParseDefaultFlags>(text.data(), text.size());
-  if (doc.HasParseError()) {
-    throw FileError(file_, at(text, doc.GetErrorOffset()),
-                    std::string("valid JSON (") + rapidjson::GetParseError_En(doc.GetParseError()) + ")");
+  text_ = text;
+  doc_.Parse<rapidjson::kParseDefaultFlags>(text.data(), text.size());
+  if (doc_.HasParseError()) {
+    throw FileError(file_, at(text, doc_.GetErrorOffset()),
+                    std::string("valid JSON (") + rapidjson::GetParseError_En(doc_.GetParseError()) + ")");
   }
-  return doc;
+  refuseRepeatedFields(doc_, "");
+  return doc_;
+}
+
+void JsonReader::refuseRepeatedFields(Value const& v, std::string const& path) const {
+  if (v.IsArray()) {
+    auto const a = v.GetArray();
+    for (rapidjson::SizeType i = 0; i < a.Size(); ++i) {
+      if (a[i].IsArray() || a[i].IsObject()) refuseRepeatedFields(a[i], item(path, i));
+    }
+    return;
+  }
+  if (!v.IsObject()) return;
+  // Names in order, then sorted stably: the second of two equal names is
+  // the later one in the file.
+  std::vector<std::pair<std::string_view, std::size_t>> names;
+  names.reserve(v.MemberCount());
+  for (auto const& m : v.GetObject()) names.emplace_back(std::string_view(m.name.GetString(), m.name.GetStringLength()), names.size());
+  std::stable_sort(names.begin(), names.end(), [](auto const& a, auto const& b) { return a.first < b.first; });
+  std::size_t repeated = names.size();
+  for (std::size_t i = 1; i < names.size(); ++i) {
+    if (names[i].first == names[i - 1].first) repeated = std::min(repeated, names[i].second);
+  }
+  if (repeated < names.size()) {
+    auto const& m = *(v.MemberBegin() + static_cast<std::ptrdiff_t>(repeated));
+    failWith(child(path, std::string_view(m.name.GetString(), m.name.GetStringLength())), "each field once per object",
+             "a second one");
+  }
+  for (auto const& m : v.GetObject()) {
+    if (m.value.IsArray() || m.value.IsObject()) {
+      refuseRepeatedFields(m.value, child(path, std::string_view(m.name.GetString(), m.name.GetStringLength())));
+    }
+  }
+}
+
+std::string_view JsonReader::asWritten(Value const& v) const {
+  std::size_t before = 0;
+  if (text_.empty() || !numbersBefore(doc_, v, before)) return {};
+  return nthNumber(text_, before);
 }
 
 void JsonReader::fail(std::string const& path, std::string const& expected, Value const* got) const {
@@ -122,6 +201,7 @@ double JsonReader::number(Value const& v, std::string const& path, std::string c
 
 std::uint64_t JsonReader::integer(Value const& v, std::string const& path, std::string const& what, std::uint64_t lo,
                                   std::uint64_t hi) const {
+  if (v.IsDouble()) fail(path, "a whole number (" + what + ")", &v);
   if (!v.IsUint64() || v.GetUint64() < lo || v.GetUint64() > hi) fail(path, what, &v);
   return v.GetUint64();
 }
@@ -217,17 +297,18 @@ std::string JsonReader::list(std::initializer_list<char const*> names) {
   return out;
 }
 
-std::string JsonReader::quoted(std::string_view s) {
-  constexpr std::size_t kMax = 60;
-  std::string out = "\"";
-  out += s.size() > kMax ? std::string(s.substr(0, kMax)) + "..." : std::string(s);
-  return out + "\"";
+std::string JsonReader::child(std::string const& path, std::string_view name) {
+  std::string const shown = Printable::plainName(name) ? std::string(name) : Printable::quoted(name);
+  return path.empty() ? shown : path + "." + shown;
 }
 
-std::string JsonReader::describe(Value const& v) {
+std::string JsonReader::quoted(std::string_view s) { return Printable::quoted(s); }
+
+std::string JsonReader::describe(Value const& v) const {
   if (v.IsNull()) return "null";
   if (v.IsBool()) return v.GetBool() ? "true" : "false";
   if (v.IsNumber()) {
+    if (std::string_view const written = asWritten(v); !written.empty()) return "the number " + std::string(written);
     std::ostringstream os;
     if (v.IsUint64()) {
       os << v.GetUint64();

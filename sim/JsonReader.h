@@ -6,7 +6,13 @@
 //
 // Loaders derive from it and read their sections with its typed accessors;
 // paths are built with child() and item(). Unknown fields are errors
-// (knownFields): a misspelt field would otherwise be ignored silently.
+// (knownFields): a misspelt field would otherwise be ignored silently; so is
+// a field given twice in one object, anywhere in the file (parse): JSON
+// readers disagree on which of the two counts.
+//
+// Messages show what the file holds as it is written: a number as its text
+// ("2.0", not 2), a name that is empty or odd in quotes, and bytes that are
+// not printable UTF-8 escaped (Printable).
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
@@ -34,12 +40,15 @@ class JsonReader {
   static constexpr std::size_t kMaxDepth = 64;
 
   explicit JsonReader(std::string file) : file_(std::move(file)) {}
+  JsonReader(JsonReader const&) = delete;
+  JsonReader& operator=(JsonReader const&) = delete;
   std::string const& file() const { return file_; }
 
   // The whole file at path; what names it in errors ("a readable scenario file").
   static std::string read(std::string const& path, std::string const& what);
-  // The document in text; a syntax error names its line and column.
-  rapidjson::Document parse(std::string_view text) const;
+  // The document in text, kept by the reader (text must outlive it); a
+  // syntax error names its line and column, a repeated field its path.
+  Value const& parse(std::string_view text);
 
   [[noreturn]] void fail(std::string const& path, std::string const& expected, Value const* got = nullptr) const;
   [[noreturn]] void failWith(std::string const& path, std::string const& expected, std::string const& got) const;
@@ -50,6 +59,8 @@ class JsonReader {
   Value const& required(Value const& obj, std::string const& path, char const* name, std::string const& what) const;
   void knownFields(Value const& obj, std::string const& path, std::initializer_list<char const*> names) const;
   double number(Value const& v, std::string const& path, std::string const& what, double lo, double hi) const;
+  // A whole number; a fraction or an exponent ("2.0", "1e3") is refused as
+  // not whole whatever its value.
   std::uint64_t integer(Value const& v, std::string const& path, std::string const& what, std::uint64_t lo,
                         std::uint64_t hi) const;
   bool boolean(Value const& v, std::string const& path) const;
@@ -85,19 +96,27 @@ class JsonReader {
   void aging(Value const& v, std::string const& path, std::uint8_t& activityPollingInterval) const;
 
   // ---- paths and texts ----
-  static std::string child(std::string const& path, std::string_view name) {
-    return path.empty() ? std::string(name) : path + "." + std::string(name);
-  }
+  // "chips.count"; a name that is not a plain identifier is quoted
+  // ("vrfs[0].\"\"", "\"odd name\"").
+  static std::string child(std::string const& path, std::string_view name);
   static std::string item(std::string const& path, std::size_t i) { return path + "[" + std::to_string(i) + "]"; }
   // "a, b, c".
   static std::string list(std::initializer_list<char const*> names);
-  // What a JSON value is, for "got ..." in messages.
-  static std::string describe(Value const& v);
-  // The text in quotes, cut after 60 characters.
+  // What a JSON value is, for "got ..." in messages; a number as written in
+  // the text parsed.
+  std::string describe(Value const& v) const;
+  // The text in quotes, escaped, cut after 60 bytes.
   static std::string quoted(std::string_view s);
 
  private:
+  // The first field given twice in an object under v (path), or nothing.
+  void refuseRepeatedFields(Value const& v, std::string const& path) const;
+  // The number v as the text has it; empty when v is not in the document.
+  std::string_view asWritten(Value const& v) const;
+
   std::string file_;
+  std::string_view text_;
+  rapidjson::Document doc_;
 };
 
 }  // namespace FalSim

@@ -88,10 +88,13 @@ class Scenario {
     std::uint32_t bytes = 64;
     // Sent to one chip, or to each chip when absent.
     std::optional<std::uint32_t> chip;
-    // The copies each packet must give, in port order; no check when absent.
+    // The copies each packet must give, in port order (forwarded, possibly
+    // to no port); no check when absent.
     std::optional<std::vector<MrouteLib::PortVlan>> expect;
     // Every packet must be forwarded (not dropped).
     bool expectForwarded = false;
+    // Every packet must be dropped, for this reason.
+    std::optional<ReferenceChip::DropReason> expectDropped;
   };
 
   struct CounterRoute {

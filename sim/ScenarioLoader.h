@@ -6,9 +6,11 @@
 // input can trip an assertion: a bad file always ends in a ScenarioError
 // naming the file, the field as a JSON path and what was expected there.
 // Unknown fields are errors too (a misspelt field would otherwise be ignored
-// silently). Names are resolved here: VRFs, VLANs and ports must be declared
-// in the scenario, route sets named by events must exist, events must be in
-// time order.
+// silently), and so are fields given twice. Names are resolved here: VRFs,
+// VLANs (accepting, output and backup alike) and ports must be declared in
+// the scenario, route sets named by events must exist, events must be in
+// time order. Each section has its reader (sim/scenario/), over the checked
+// reading every tool's file shares (JsonReader).
 //
 // The file format, by example (every field but "events" may be omitted):
 //
@@ -35,6 +37,8 @@
 //       {"at": 2, "do": "traffic", "source": "10.0.0.1", "group": "239.1.1.1", "vlan": 100,
 //        "expect": ["Ethernet3.200", "Ethernet4.200"]},
 //       {"at": 2, "do": "traffic", "set": "channels", "source": "10.0.0.9", "expectForwarded": true},
+//       {"at": 2, "do": "traffic", "source": "10.0.0.1", "group": "239.1.1.1", "vlan": 200,
+//        "expectDropped": "rpfFail"},
 //       {"at": 3, "do": "interfaceDown", "interface": "Ethernet3"},
 //       {"at": 4, "do": "removeRoutes", "set": "channels", "count": 100},
 //       {"at": 5, "do": "config", "zombies": false, "capacity": {"replicationEntries": 8192}},

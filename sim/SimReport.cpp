@@ -4,6 +4,7 @@
 #include <string>
 
 #include "platform/upg/RapidJson.h"
+#include "sim/Printable.h"
 
 namespace FalSim {
 
@@ -34,7 +35,7 @@ void SimReport::expectationFailedIs(std::string text) {
 }
 
 void SimReport::printVerdict(std::ostream& os) const {
-  os << "mroute-sim: " << scenario << ": " << (ok() ? "OK" : "FAILED") << " (" << checks << " checks, " << violations
+  os << "mroute-sim: " << Printable::text(scenario) << ": " << (ok() ? "OK" : "FAILED") << " (" << checks << " checks, " << violations
      << " invariant violations, " << expectationsFailed << " failed expectations)\n";
 }
 
@@ -45,7 +46,7 @@ void SimReport::printHuman(std::ostream& os) const {
     os << buf << text << '\n';
   };
   using std::to_string;
-  line("Scenario", scenario + (description.empty() ? "" : ": " + description));
+  line("Scenario", Printable::text(scenario) + (description.empty() ? "" : ": " + Printable::text(description)));
   line("Run", to_string(events) + " events (" + to_string(eventsLate) + " late), " + to_string(chips) +
                   (chips == 1 ? " chip" : " chips") + ", virtual time " + seconds(endTime) + ", wall " + seconds(wallSeconds));
   line("Routes", "wanted " + to_string(routesDesired) + ", programmed on every chip " + to_string(routesProgrammed) +
@@ -87,12 +88,12 @@ void SimReport::printHuman(std::ostream& os) const {
                        ", stale chip entries cleared " + to_string(staleEntriesCleared) +
                        ", stale statuses removed " + to_string(staleStatusesRemoved) + ")");
   line("Event loop", "longest slice " + seconds(longestSlice) + ", longest event " + seconds(longestEvent) +
-                         (longestEventPath.empty() ? "" : " (" + longestEventPath + ")"));
+                         (longestEventPath.empty() ? "" : " (" + Printable::text(longestEventPath) + ")"));
   line("Invariants", std::string(violations == 0 ? "HOLD" : "BROKEN") + ": " + to_string(checks) + " checks, " +
                          to_string(violations) + " violations");
   line("Verdict", std::string(ok() ? "OK" : "FAILED") + " (" + to_string(violations) + " invariant violations, " +
                       to_string(expectationsFailed) + " failed expectations)");
-  for (auto const& f : findings) os << "  " << f << '\n';
+  for (auto const& f : findings) os << "  " << Printable::text(f) << '\n';
   if (violations + expectationsFailed > findings.size()) {
     os << "  ... and " << (violations + expectationsFailed - findings.size()) << " more\n";
   }
@@ -110,9 +111,14 @@ void SimReport::printJson(std::ostream& os) const {
     w.Key(k);
     w.Double(v);
   };
-  auto s = [&w](char const* k, std::string const& v) {
+  // Texts from the scenario file may hold anything; the report stays valid UTF-8.
+  auto text = [&w](std::string const& v) {
+    std::string const printable = Printable::text(v);
+    w.String(printable.c_str(), static_cast<rapidjson::SizeType>(printable.size()));
+  };
+  auto s = [&w, &text](char const* k, std::string const& v) {
     w.Key(k);
-    w.String(v.c_str(), static_cast<rapidjson::SizeType>(v.size()));
+    text(v);
   };
   w.StartObject();
   s("scenario", scenario);
@@ -229,7 +235,7 @@ void SimReport::printJson(std::ostream& os) const {
   u("violations", violations);
   w.Key("findings");
   w.StartArray();
-  for (auto const& f : findings) w.String(f.c_str(), static_cast<rapidjson::SizeType>(f.size()));
+  for (auto const& f : findings) text(f);
   w.EndArray();
   w.EndObject();
   w.EndObject();

@@ -20,7 +20,6 @@
 // for real, and a packet whose real copies differ from the reference chip's
 // prediction is a failed expectation. start() throws std::system_error when
 // the kernel backing cannot be made (no privilege).
-#include <chrono>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -44,10 +43,14 @@ class SimRunner {
     // Makes the reference chips; a plain ReferenceChip when empty. Tests give
     // one that misbehaves.
     ChipFactory chipFactory;
-    // Told a progress line now and then on runs that take long in wall time.
+    // Told a progress line now and then on runs that take long in wall time,
+    // between events and inside long stretches of virtual time alike.
     std::function<void(std::string const&)> progress;
     double progressAfterWallSeconds = 3.0;
     double progressEveryWallSeconds = 2.0;
+    // Wall-clock seconds for the progress lines and the report; a monotonic
+    // clock when empty. Tests give one they move themselves.
+    std::function<double()> wallClock;
     // The name under which the agent publishes its counter status for other
     // processes (see SimAgent::counterStatusNameIs); empty: not published.
     std::string counterStatusName;
@@ -65,6 +68,10 @@ class SimRunner {
   void start();
   // Runs the next event; false when none is left.
   bool step();
+  // Runs e as if it were the next event of the scenario, without adding it
+  // to the scenario's list: for callers that make events as they go (the
+  // soak). Its route events may not name route sets.
+  void runEvent(Scenario::Event const& e);
   // Runs to the end time, checks once more and completes the report.
   void finish();
   SimReport const& report() const { return report_; }
@@ -90,7 +97,11 @@ class SimRunner {
   // Room came back on a chip: the chip agent asks for a review of parked routes.
   void kick(std::optional<std::uint32_t> chip);
   void check(std::string const& where);
-  void progress();
+  // am_.runUntil(t), one clock time after the other, with a progress line
+  // whenever one is due: a long stretch of virtual time is no silent hang.
+  void runTo(Vex::Seconds t);
+  void progress(Vex::Seconds target);
+  double wallNow() const;
   void fillFigures();
 
   Scenario scenario_;
@@ -104,8 +115,8 @@ class SimRunner {
   DesiredRoutes desired_;
   SimReport report_;
   std::size_t next_ = 0;
-  std::chrono::steady_clock::time_point wallStart_;
-  std::chrono::steady_clock::time_point lastProgress_;
+  double wallStart_ = 0;
+  double lastProgress_ = 0;
   bool started_ = false;
   bool finished_ = false;
 };

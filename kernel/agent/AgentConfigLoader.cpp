@@ -189,8 +189,7 @@ void Loader::status(Value const& v, std::string const& path) {
 }
 
 AgentConfig Loader::run(std::string_view text) {
-  rapidjson::Document const doc = parse(text);
-  Value const& root = doc;
+  Value const& root = parse(text);
   if (!root.IsObject()) fail("(top level)", "a JSON object", &root);
   knownFields(root, "", {"source", "vrfs", "interfaces", "chips", "zombies", "aging", "counters", "status"});
   if (auto const* s = member(root, "source")) source(*s, "source");

@@ -122,6 +122,11 @@ INSTANTIATE_TEST_SUITE_P(
                 "agent.json: chips[0].namespace: expected no namespace on a chip whose backend is not \"kernel\", got "
                 "the string \"x\""},
         BadCase{"NoInterfaces", "{}", "agent.json: interfaces: expected a list of kernel interfaces, got nothing"},
+        BadCase{"FieldTwice", with(R"("status": {"interval": 1, "interval": 2})"),
+                "agent.json: status.interval: expected each field once per object, got a second one"},
+        BadCase{"FractionForAWholeNumber", with(R"("aging": {"activityPollingInterval": 10.0})"),
+                "agent.json: aging.activityPollingInterval: expected a whole number (an interval in seconds from 1 to "
+                "255), got the number 10.0"},
         BadCase{"UnknownField", with(R"("zombie": {})"),
                 "agent.json: zombie: expected a known field (one of source, vrfs, interfaces, chips, zombies, aging, "
                 "counters, status), got an unknown field"},

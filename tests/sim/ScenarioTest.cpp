@@ -76,8 +76,8 @@ INSTANTIATE_TEST_SUITE_P(
                 "t.json: events[0]: expected at least one setting (zombies, zombieLifetime, activityPollingInterval, "
                 "allCounter, counterMode, counterRoutes, capacity), got none"},
         BadCase{"UndeclaredAcceptingVlan", withRoute(R"({"group": "239.1.1.1", "acceptingVlan": 300})"),
-                "t.json: routeSets[0].routes[0].acceptingVlan: expected a VLAN declared in interfaces.vlans, got the "
-                "number 300"},
+                "t.json: routeSets[0].routes[0].acceptingVlan: expected a VLAN declared in interfaces.vlans (100), got "
+                "the number 300"},
         BadCase{"UndeclaredOutputPort",
                 withRoute(R"({"group": "239.1.1.1", "acceptingVlan": 100, "outputs": ["Ethernet1.100", "Ethernet9.100"]})"),
                 "t.json: routeSets[0].routes[0].outputs[1]: expected an output \"EthernetN.VLAN\" or \"EthernetN\" on a "
@@ -103,6 +103,91 @@ INSTANTIATE_TEST_SUITE_P(
                            "[]"),
                 "t.json: routeSets[0].generate.count: expected a count whose groups stay multicast (from "
                 "239.255.255.254), got a last group of 240.0.0.0"},
+        // A file the user wrote by hand: repeated fields, odd names, numbers as written.
+        BadCase{"SectionTwice", R"({"chips": {"count": 1}, "chips": {"count": "many"}, "events": []})",
+                "t.json: chips: expected each field once per object, got a second one"},
+        BadCase{"EventTimeTwice", withEvents("[]", R"([{"at": 1, "do": "restart", "at": 2}])"),
+                "t.json: events[0].at: expected each field once per object, got a second one"},
+        BadCase{"EmptyFieldName", R"({"": 1, "events": []})",
+                "t.json: \"\": expected a known field (one of name, description, chips, interfaces, vrfs, zombies, "
+                "aging, counters, routeSets, events, end), got an unknown field"},
+        BadCase{"NulAndBadUtf8InName", std::string("{\"chips\": {\"a\\u0000b\xff\": 1}, \"events\": []}"),
+                "t.json: chips.\"a\\x00b\\xff\": expected a known field (one of count, routes, boundaries, "
+                "replicationEntries, operationCost, chip), got an unknown field"},
+        BadCase{"BadUtf8InValue", std::string(R"({"events": [{"at": 1, "do": )") + "\"\xc3\xa9\xc3\x28\"}]}",
+                "t.json: events[0].do: expected one of \"addRoutes\", \"removeRoutes\", \"addRoute\", "
+                "\"removeRoute\", \"interfaceDown\", \"interfaceUp\", \"traffic\", \"config\", \"fault\", "
+                "\"restart\", got the string \"\xc3\xa9\\xc3(\""},
+        BadCase{"FractionalChipCount", R"({"chips": {"count": 2.0}, "events": []})",
+                "t.json: chips.count: expected a whole number (a chip count from 1 to 1024), got the number 2.0"},
+        BadCase{"ExponentTableSize", R"({"chips": {"routes": 1e3}, "events": []})",
+                "t.json: chips.routes: expected a whole number (a table size from 0 to 100000000), got the number 1e3"},
+        BadCase{"TimeShownAsWritten", withEvents("[]", R"([{"at": 2.50, "do": "restart"}, {"at": 1.0e0, "do": "restart"}])"),
+                "t.json: events[1].at: expected a number of seconds >= 2.5 (the time of the event before), got the "
+                "number 1.0e0"},
+        // Routes the library would refuse without a word.
+        BadCase{"InvalidRpaIndex", withRoute(R"({"group": "239.1.1.1", "acceptingVlan": 100, "rpaId": 65534})"),
+                "t.json: routeSets[0].routes[0].rpaId: expected an RPA index from 0 to 65533, or 65535 for none (65534 "
+                "is the invalid index), got the number 65534"},
+        BadCase{"SameOutputTwice",
+                withRoute(R"({"group": "239.1.1.1", "acceptingVlan": 100, "outputs": ["Ethernet1.100", "Ethernet1.100"]})"),
+                "t.json: routeSets[0].routes[0].outputs[1]: expected an output not listed before, got the string "
+                "\"Ethernet1.100\""},
+        // VLANs: accepting, output and backup alike must be declared.
+        BadCase{"UndeclaredOutputVlan",
+                withRoute(R"({"group": "239.1.1.1", "acceptingVlan": 100, "outputs": ["Ethernet1.100", "Ethernet2.300"]})"),
+                "t.json: routeSets[0].routes[0].outputs[1]: expected an output on a VLAN declared in interfaces.vlans "
+                "(100), got the string \"Ethernet2.300\""},
+        BadCase{"UndeclaredBackupVlan",
+                withRoute(R"({"group": "239.1.1.1", "acceptingVlan": 100, "outputs": ["Ethernet1.100"],
+                              "frr": {"protected": "Ethernet1", "backups": ["Ethernet3.7"]}})"),
+                "t.json: routeSets[0].routes[0].frr.backups[0]: expected a backup output on a VLAN declared in "
+                "interfaces.vlans (100), got the string \"Ethernet3.7\""},
+        BadCase{"UndeclaredGeneratedOutputVlan",
+                withEvents(R"([{"name": "g", "generate": {"count": 4, "groupBase": "239.1.0.0", "acceptingVlan": 100,
+                                  "outputVlans": [200]}}])",
+                           "[]"),
+                "t.json: routeSets[0].generate.outputVlans[0]: expected a VLAN declared in interfaces.vlans (100), got "
+                "the number 200"},
+        BadCase{"RepeatedOutputVlans",
+                withEvents(R"([{"name": "g", "generate": {"count": 4, "groupBase": "239.1.0.0", "acceptingVlan": 100,
+                                  "outputVlans": [100, 100]}}])",
+                           "[]"),
+                "t.json: routeSets[0].generate.outputVlans[1]: expected an output VLAN not listed before, got the number "
+                "100"},
+        BadCase{"TrafficOnUndeclaredVlan",
+                withEvents("[]", R"([{"at": 1, "do": "traffic", "source": "10.0.0.1", "group": "239.1.1.1", "vlan": 5}])"),
+                "t.json: events[0].vlan: expected a VLAN declared in interfaces.vlans (100), got the number 5"},
+        BadCase{"TrafficOnVlanZero",
+                withEvents("[]", R"([{"at": 1, "do": "traffic", "source": "10.0.0.1", "group": "239.1.1.1", "vlan": 0}])"),
+                "t.json: events[0].vlan: expected a VLAN declared in interfaces.vlans (leave \"vlan\" out for untagged "
+                "packets), got the number 0"},
+        // Traffic expectations.
+        BadCase{"SetSourceOfTheOtherFamily",
+                withEvents(R"([{"name": "s", "routes": [{"group": "239.1.1.1", "acceptingVlan": 100}]}])",
+                           R"([{"at": 1, "do": "traffic", "set": "s", "source": "2001:db8::1"}])"),
+                "t.json: events[0].source: expected a source address of the family of set \"s\"'s routes (IPv4), got "
+                "the string \"2001:db8::1\""},
+        BadCase{"SetSourceOfAMixedSet",
+                withEvents(R"([{"name": "s", "routes": [{"group": "239.1.1.1", "acceptingVlan": 100},
+                                                        {"group": "ff3e::1", "acceptingVlan": 100}]}])",
+                           R"([{"at": 1, "do": "traffic", "set": "s", "source": "10.0.0.1"}])"),
+                "t.json: events[0].source: expected no source for set \"s\", whose routes are of both families, got "
+                "the string \"10.0.0.1\""},
+        BadCase{"UnknownDropReason",
+                withEvents("[]", R"([{"at": 1, "do": "traffic", "source": "10.0.0.1", "group": "239.1.1.1",
+                                      "expectDropped": "lost"}])"),
+                "t.json: events[0].expectDropped: expected the reason every packet is dropped: one of \"noRoute\", "
+                "\"rpfFail\", \"boundary\", got the string \"lost\""},
+        BadCase{"DroppedAndCopies",
+                withEvents("[]", R"([{"at": 1, "do": "traffic", "source": "10.0.0.1", "group": "239.1.1.1",
+                                      "expect": [], "expectDropped": "noRoute"}])"),
+                "t.json: events[0].expect: expected no such field beside \"expectDropped\", got an array"},
+        BadCase{"ExpectForwardedFalse",
+                withEvents("[]", R"([{"at": 1, "do": "traffic", "source": "10.0.0.1", "group": "239.1.1.1",
+                                      "expectForwarded": false}])"),
+                "t.json: events[0].expectForwarded: expected true (or \"expectDropped\" for packets that must be "
+                "dropped), got false"},
         BadCase{"VrfNameTooLong", R"({"vrfs": [{"name": ")" + std::string(101, 'v') + R"(", "id": 1}], "events": []})",
                 "t.json: vrfs[0].name: expected a VRF name of 1 to 100 bytes, got the string \"" + std::string(60, 'v') +
                     "...\""}),

@@ -100,7 +100,8 @@ TEST(SimEndToEndTest, InterfaceFailureRewritesProtectedSetsInSlicesAndForwardsTo
   // rewrite costs 1 ms, so the pass needs a 0.1 s slice and a second one.
   std::string vlans;
   for (int v = 1; v <= 120; ++v) vlans += (v > 1 ? ", " : "") + std::to_string(v);
-  SimRunner runner(load(R"({"chips": {"operationCost": 0.001}, "interfaces": {"ethernet": 2, "vlans": [10]},
+  SimRunner runner(load(R"({"chips": {"operationCost": 0.001}, "interfaces": {"ethernet": 2, "vlans": [)" + vlans +
+                        R"(, 500, 999]},
     "routeSets": [{"name": "p", "generate": {"count": 120, "diversity": 120, "groupBase": "239.1.0.0",
                    "acceptingVlan": 10, "ports": ["Ethernet1"], "portsPerSet": 1, "outputVlans": [)" +
                         vlans + R"(],

@@ -49,7 +49,7 @@ TEST_F(SimKernelTest, WhatTheKernelRefusesIsRefusedToTheLibraryAndTakenBackFromT
                                                 "outputs": ["Ethernet32"]}]}],
     "events": [{"at": 1, "do": "addRoutes", "set": "wide"}, {"at": 1, "do": "addRoutes", "set": "extra"},
                {"at": 2, "do": "traffic", "set": "wide", "expectForwarded": true},
-               {"at": 2, "do": "traffic", "source": "192.0.2.1", "group": "239.1.1.2", "vlan": 10, "expect": []}]})");
+               {"at": 2, "do": "traffic", "source": "192.0.2.1", "group": "239.1.1.2", "vlan": 10, "expectDropped": "noRoute"}]})");
   EXPECT_TRUE(report.ok()) << (report.findings.empty() ? "" : report.findings.front());
   EXPECT_EQ(report.violations, 0u);
   EXPECT_EQ(report.routesParked, 1u);
@@ -69,7 +69,7 @@ TEST_F(SimKernelTest, AfterARestartTheNewAgentsRoutesCarryRealPackets) {
                {"at": 3, "do": "restart"},
                {"at": 4, "do": "traffic", "set": "s", "expectForwarded": true},
                {"at": 5, "do": "removeRoute", "source": "192.0.2.1", "group": "239.1.1.1"},
-               {"at": 6, "do": "traffic", "source": "192.0.2.1", "group": "239.1.1.1", "vlan": 10, "expect": []}]})");
+               {"at": 6, "do": "traffic", "source": "192.0.2.1", "group": "239.1.1.1", "vlan": 10, "expectDropped": "noRoute"}]})");
   EXPECT_TRUE(report.ok()) << (report.findings.empty() ? "" : report.findings.front());
   EXPECT_EQ(report.kernelChips, 2u);
   // Two flows on two chips, twice, and the deleted route's packet on both.
