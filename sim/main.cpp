@@ -17,6 +17,7 @@
 #include "platform/vex/Trace.h"
 #include "sim/ScenarioLoader.h"
 #include "sim/SimRunner.h"
+#include "sim/soak/Soak.h"
 
 namespace {
 
@@ -32,6 +33,8 @@ constexpr char const* kDescription =
     "The agent publishes its route counters in shared memory under the name sim-<pid>\n"
     "(/dev/shm/falmroute.sim-<pid>.counterStatus, printed at start); mroute-counters reads\n"
     "them from another shell while this runs or lingers (--linger).\n\n"
+    "With --soak STEPS --seed N it runs a fault soak instead of a scenario, and writes the\n"
+    "shortest scenario file it finds that shows the first finding (--repro).\n\n"
     "Exit status: 0 all invariants hold, 1 one broke (or a traffic expectation failed),\n"
     "2 the scenario is bad (the message names the file, the field and what was expected).";
 
@@ -47,6 +50,19 @@ void lingerFor(double seconds) {
   while (!stopRequested && std::chrono::steady_clock::now() < until) std::this_thread::sleep_for(std::chrono::milliseconds(50));
 }
 
+// The fault soak: 0 when it ran clean, 1 with a finding (and the file
+// that shows it written).
+int runSoak(std::uint64_t steps, std::uint64_t seed, std::string const& reproPath, bool quiet) {
+  FalSim::Soak::Options options;
+  options.steps = steps;
+  options.seed = seed;
+  options.reproPath = reproPath;
+  if (!quiet) options.progress = [](std::string const& line) { std::cerr << line << std::endl; };
+  FalSim::Soak::Summary const summary = FalSim::Soak(std::move(options)).run();
+  summary.print(std::cout);
+  return summary.ok() ? 0 : kExitBroken;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -55,7 +71,19 @@ int main(int argc, char** argv) {
   bool json = false;
   bool quiet = false;
   std::string trace;
-  app.add_option("SCENARIO", scenarioPath, "Scenario file (JSON), e.g. examples/iptv.json")->required();
+  app.add_option("SCENARIO", scenarioPath, "Scenario file (JSON), e.g. examples/iptv.json");
+  std::uint64_t soakSteps = 0;
+  std::uint64_t seed = 1;
+  std::string reproPath;
+  auto* soak = app.add_option("--soak", soakSteps,
+                              "Instead of a scenario: a fault soak of this many random steps (routes added, moved and "
+                              "removed, interface flaps, settings, table sizes, restarts, refused allocations, full "
+                              "tables), every invariant checked and the forwarding compared with a model after each");
+  app.add_option("--seed", seed, "The soak's seed (the same seed runs the same soak)")->needs(soak);
+  app.add_option("--repro", reproPath,
+                 "Where the soak writes the shortest scenario it finds that shows its first finding "
+                 "(default: soak-SEED-repro.json)")
+      ->needs(soak);
   app.add_flag("--json", json, "Print the report as JSON on stdout");
   app.add_option("--trace", trace,
                  "Trace setting, as in VEX_TRACE: HANDLE/LEVELS,... (e.g. FalMroute/0-5,MrouteLib/*,FalSim/*); "
@@ -72,6 +100,17 @@ int main(int argc, char** argv) {
     return rc == 0 ? 0 : kExitBadScenario;
   }
   if (!trace.empty()) Vex::traceSettingIs(trace);
+  if (soak->count() > 0) {
+    if (!scenarioPath.empty()) {
+      std::cerr << "mroute-sim: --soak runs no scenario file (" << scenarioPath << ")\n";
+      return kExitBadScenario;
+    }
+    return runSoak(soakSteps, seed, reproPath.empty() ? "soak-" + std::to_string(seed) + "-repro.json" : reproPath, quiet);
+  }
+  if (scenarioPath.empty()) {
+    std::cerr << "mroute-sim: a SCENARIO file or --soak STEPS is needed\n" << app.help();
+    return kExitBadScenario;
+  }
 
   FalSim::Scenario scenario;
   try {
