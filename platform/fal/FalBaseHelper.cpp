@@ -4,8 +4,6 @@
 
 namespace Fal {
 
-void FalBaseHelper::falAssert(char const* text, std::source_location where) {
-  Vex::fatal(text, where.file_name(), static_cast<int>(where.line()));
-}
+void FalBaseHelper::falAssert(char const* text, char const* file, int line) { Vex::fatal(text, file, line); }
 
 }  // namespace Fal

@@ -5,7 +5,6 @@
 // falAssert stops the agent through the fatal handler with the given text,
 // the way the library's own invariants do, so a chip agent's broken
 // invariant reads the same as the library's.
-#include <source_location>
 
 #include "platform/vex/Entity.h"
 #include "platform/vex/Types.h"
@@ -22,12 +21,15 @@ class FalBaseHelper : public Vex::Entity {
   // The class name of the hook object, for traces and diagnostics.
   virtual Vex::String fwkType() const { return "Fal::FalBaseHelper"; }
 
-  // Stops the agent with text unless cond holds.
-  static void falAssert(bool cond, char const* text, std::source_location where = std::source_location::current()) {
-    if (!cond) falAssert(text, where);
+  // Stops the agent with text unless cond holds. The place reported is the
+  // caller's (__builtin_FILE and __builtin_LINE, which both compilers the
+  // project builds with evaluate at the call, unlike std::source_location,
+  // which clang 14 with libstdc++ 12 lacks).
+  static void falAssert(bool cond, char const* text, char const* file = __builtin_FILE(), int line = __builtin_LINE()) {
+    if (!cond) falAssert(text, file, line);
   }
   // Always stops the agent with text.
-  [[noreturn]] static void falAssert(char const* text, std::source_location where = std::source_location::current());
+  [[noreturn]] static void falAssert(char const* text, char const* file = __builtin_FILE(), int line = __builtin_LINE());
 
  protected:
   ~FalBaseHelper() override = default;
