@@ -7,9 +7,9 @@
 // same text. A large generated set is not written (a scenario of a million
 // routes says nothing more and only slows the fuzzer down).
 #include <string>
-#include <string_view>
 
 #include "fuzz/FuzzTarget.h"
+#include "fuzz/ScenarioInput.h"
 #include "sim/ScenarioLoader.h"
 #include "sim/scenario/ScenarioWriter.h"
 
@@ -17,26 +17,12 @@ namespace {
 
 constexpr std::size_t kMostRoutesWritten = 5000;
 
-std::size_t routes(FalSim::Scenario const& s) {
-  std::size_t n = 0;
-  for (auto const& rs : s.routeSets) n += rs.routes.size();
-  return n;
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
-  std::string_view const text(reinterpret_cast<char const*>(data), size);
-  FalSim::Scenario scenario;
-  try {
-    scenario = FalSim::ScenarioLoader::parse(text, "fuzz.json");
-  } catch (FalSim::FileError const&) {
-    return 0;
-  } catch (std::exception const& e) {
-    FalFuzz::finding("the loader let another exception escape", e.what());
-  }
-  if (routes(scenario) > kMostRoutesWritten) return 0;
-  std::string const written = FalSim::ScenarioWriter::text(scenario);
+  auto const scenario = FalFuzz::ScenarioInput::read(data, size);
+  if (!scenario || FalFuzz::ScenarioInput::routes(*scenario) > kMostRoutesWritten) return 0;
+  std::string const written = FalSim::ScenarioWriter::text(*scenario);
   std::string again;
   try {
     again = FalSim::ScenarioWriter::text(FalSim::ScenarioLoader::parse(written, "written.json"));

@@ -7,35 +7,26 @@
 // Runs are kept short: at most a few chips, events, routes and seconds of
 // virtual time, and no kernel chip; anything larger is skipped.
 #include <string>
-#include <string_view>
 
 #include "fuzz/FuzzTarget.h"
-#include "sim/ScenarioLoader.h"
+#include "fuzz/ScenarioInput.h"
 #include "sim/SimRunner.h"
 
 namespace {
 
 bool shortEnough(FalSim::Scenario const& s) {
-  std::size_t routes = 0;
-  for (auto const& rs : s.routeSets) routes += rs.routes.size();
   std::uint64_t packets = 0;
   for (auto const& e : s.events) packets += e.traffic.packets;
-  return !s.chips.kernel && s.chips.count <= 4 && s.events.size() <= 200 && routes <= 2000 && packets <= 10000 &&
-         s.end <= 600 && s.chips.operationCost <= 0.01;
+  return !s.chips.kernel && s.chips.count <= 4 && s.events.size() <= 200 && FalFuzz::ScenarioInput::routes(s) <= 2000 &&
+         packets <= 10000 && s.end <= 600 && s.chips.operationCost <= 0.01;
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
-  std::string_view const text(reinterpret_cast<char const*>(data), size);
-  FalSim::Scenario scenario;
-  try {
-    scenario = FalSim::ScenarioLoader::parse(text, "fuzz.json");
-  } catch (FalSim::FileError const&) {
-    return 0;
-  }
-  if (!shortEnough(scenario)) return 0;
-  FalSim::SimRunner runner(std::move(scenario));
+  auto scenario = FalFuzz::ScenarioInput::read(data, size);
+  if (!scenario || !shortEnough(*scenario)) return 0;
+  FalSim::SimRunner runner(std::move(*scenario));
   auto const& report = runner.run();
   if (report.violations > 0) {
     std::string detail = std::to_string(report.violations) + " violations";

@@ -146,9 +146,7 @@ Scenario::Event SoakGenerator::next() {
     f.forceFull = false;
     return fault(f);
   }
-  Scenario::Event e;
-  e.at = now_;
-  e.kind = EventKind::restart;
+  Scenario::Event e = event(EventKind::restart);
   restarted();
   return e;
 }
@@ -185,9 +183,7 @@ void SoakGenerator::restarted() {
 }
 
 Scenario::Event SoakGenerator::addOrMove(bool move) {
-  Scenario::Event e;
-  e.at = now_;
-  e.kind = EventKind::addRoute;
+  Scenario::Event e = event(EventKind::addRoute);
   if (move && !state_.wanted.empty()) {
     auto const it = anyWanted();
     e.route = describe(it->second.vrfName(), it->second.key());
@@ -203,9 +199,7 @@ Scenario::Event SoakGenerator::addOrMove(bool move) {
 }
 
 Scenario::Event SoakGenerator::remove() {
-  Scenario::Event e;
-  e.at = now_;
-  e.kind = EventKind::removeRoute;
+  Scenario::Event e = event(EventKind::removeRoute);
   if (!state_.wanted.empty() && chance(0.9)) {
     auto const it = anyWanted();
     e.vrf = it->first.first;
@@ -228,9 +222,7 @@ Scenario::Event SoakGenerator::flap(bool down) {
     if (state_.down.contains(intf) != down) candidates.push_back(intf);
   }
   if (candidates.empty()) return flap(!down);
-  Scenario::Event e;
-  e.at = now_;
-  e.kind = down ? EventKind::interfaceDown : EventKind::interfaceUp;
+  Scenario::Event e = event(down ? EventKind::interfaceDown : EventKind::interfaceUp);
   e.intf = candidates[draw(candidates.size())];
   if (down) {
     state_.down.insert(e.intf);
@@ -242,9 +234,7 @@ Scenario::Event SoakGenerator::flap(bool down) {
 }
 
 Scenario::Event SoakGenerator::settings() {
-  Scenario::Event e;
-  e.at = now_;
-  e.kind = EventKind::config;
+  Scenario::Event e = event(EventKind::config);
   auto& c = e.config;
   switch (draw(5)) {
     case 0:
@@ -271,9 +261,7 @@ Scenario::Event SoakGenerator::settings() {
 }
 
 Scenario::Event SoakGenerator::capacity() {
-  Scenario::Event e;
-  e.at = now_;
-  e.kind = EventKind::config;
+  Scenario::Event e = event(EventKind::config);
   auto& c = e.config;
   if (chance(0.7)) c.capacityChip = static_cast<std::uint32_t>(draw(kChips));
   Scenario::Config::Capacity cap;
@@ -298,9 +286,7 @@ Scenario::Event SoakGenerator::capacity() {
 }
 
 Scenario::Event SoakGenerator::fault(Scenario::Fault f) {
-  Scenario::Event e;
-  e.at = now_;
-  e.kind = EventKind::fault;
+  Scenario::Event e = event(EventKind::fault);
   if (f.forceFull) {
     for (std::uint32_t chip = 0; chip < kChips; ++chip) {
       if (!f.chip || *f.chip == chip) state_.forcedFull[chip][static_cast<std::size_t>(f.table)] = *f.forceFull;

@@ -108,6 +108,13 @@ class SoakGenerator {
   }
   DesiredRoutes::const_iterator anyWanted();
 
+  // An event of kind at now().
+  Scenario::Event event(Scenario::EventKind kind) const {
+    Scenario::Event e;
+    e.at = now_;
+    e.kind = kind;
+    return e;
+  }
   Scenario::Event addOrMove(bool move);
   Scenario::Event remove();
   Scenario::Event flap(bool down);

@@ -3,36 +3,24 @@
 // process to process), gives the same JSON report apart from wall-clock time.
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <string>
-#include <sys/wait.h>
 
 #include "platform/upg/RapidJson.h"
+#include "tests/sim/MrouteSimProcess.h"
 
 namespace {
 
-struct SimRun {
-  int status = -1;
-  std::string out;
-};
+using SimTest::MrouteSimProcess;
 
-SimRun mrouteSim(std::string const& file) {
-  SimRun run;
-  std::string const command = std::string("'") + MROUTE_SIM + "' --json '" + FALMROUTE_SOURCE_DIR + "/" + file + "'";
-  FILE* pipe = popen(command.c_str(), "r");
-  if (!pipe) return run;
-  char buf[4096];
-  for (std::size_t n; (n = std::fread(buf, 1, sizeof buf, pipe)) > 0;) run.out.append(buf, n);
-  int const raw = pclose(pipe);
-  run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-  return run;
+MrouteSimProcess mrouteSim(std::string const& file) {
+  return MrouteSimProcess::run(std::string("--json '") + FALMROUTE_SOURCE_DIR + "/" + file + "'");
 }
 
 class DeterminismTest : public ::testing::TestWithParam<char const*> {};
 
 TEST_P(DeterminismTest, TwoProcessesGiveTheSameReport) {
-  SimRun const first = mrouteSim(GetParam());
-  SimRun const second = mrouteSim(GetParam());
+  MrouteSimProcess const first = mrouteSim(GetParam());
+  MrouteSimProcess const second = mrouteSim(GetParam());
   ASSERT_EQ(first.status, 0) << first.out;
   EXPECT_EQ(second.status, first.status);
   rapidjson::Document a, b;

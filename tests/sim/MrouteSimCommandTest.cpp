@@ -3,29 +3,16 @@
 // prints its summary and exits 0 when it ran clean.
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <fstream>
 #include <string>
-#include <sys/wait.h>
+
+#include "tests/sim/MrouteSimProcess.h"
 
 namespace {
 
-struct SimRun {
-  int status = -1;
-  std::string out;  // stdout and stderr
-};
+using SimTest::MrouteSimProcess;
 
-SimRun mrouteSim(std::string const& arguments) {
-  SimRun run;
-  std::string const command = std::string("'") + MROUTE_SIM + "' " + arguments + " 2>&1";
-  FILE* pipe = popen(command.c_str(), "r");
-  if (!pipe) return run;
-  char buf[4096];
-  for (std::size_t n; (n = std::fread(buf, 1, sizeof buf, pipe)) > 0;) run.out.append(buf, n);
-  int const raw = pclose(pipe);
-  run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-  return run;
-}
+MrouteSimProcess mrouteSim(std::string const& arguments) { return MrouteSimProcess::run(arguments + " 2>&1"); }
 
 struct BadFile {
   char const* name;
@@ -40,7 +27,7 @@ class BadFileTest : public ::testing::TestWithParam<BadFile> {};
 TEST_P(BadFileTest, ExitsTwoNamingFileFieldAndExpectedForm) {
   std::string const path = ::testing::TempDir() + GetParam().name + ".json";
   std::ofstream(path) << GetParam().text;
-  SimRun const run = mrouteSim("'" + path + "'");
+  MrouteSimProcess const run = mrouteSim("'" + path + "'");
   EXPECT_EQ(run.status, 2) << run.out;
   EXPECT_EQ(run.out, "mroute-sim: " + path + ": " + GetParam().message + "\n");
 }
@@ -73,14 +60,14 @@ INSTANTIATE_TEST_SUITE_P(
     [](auto const& info) { return std::string(info.param.name); });
 
 TEST(MrouteSimCommandTest, CleanSoakPrintsItsSummaryAndExitsZero) {
-  SimRun const run = mrouteSim("-q --soak 300 --seed 5 --repro '" + ::testing::TempDir() + "unused.json'");
+  MrouteSimProcess const run = mrouteSim("-q --soak 300 --seed 5 --repro '" + ::testing::TempDir() + "unused.json'");
   EXPECT_EQ(run.status, 0) << run.out;
   EXPECT_EQ(run.out.rfind("Soak          seed 5, 300 steps, ", 0), 0u) << run.out;
   EXPECT_NE(run.out.find("\nVerdict       OK\n"), std::string::npos) << run.out;
 }
 
 TEST(MrouteSimCommandTest, SoakTakesNoScenarioFile) {
-  SimRun const run = mrouteSim("--soak 10 examples/iptv.json");
+  MrouteSimProcess const run = mrouteSim("--soak 10 examples/iptv.json");
   EXPECT_EQ(run.status, 2);
   EXPECT_EQ(run.out, "mroute-sim: --soak runs no scenario file (examples/iptv.json)\n");
 }
