@@ -13,12 +13,14 @@
 // Messages show what the file holds as it is written: a number as its text
 // ("2.0", not 2), a name that is empty or odd in quotes, and bytes that are
 // not printable UTF-8 escaped (Printable).
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "platform/fib/CounterMode.h"
 #include "platform/mroutelib/PortVlan.h"
@@ -67,6 +69,21 @@ class JsonReader {
   std::string string(Value const& v, std::string const& path, std::string const& what) const;
   Value::ConstArray array(Value const& v, std::string const& path, std::string const& what) const;
   bool optBool(Value const& obj, std::string const& path, char const* name, bool dflt) const;
+  // The items of a (at path), each read by read(item, itemPath); one equal
+  // to an item before it is refused as "<what> not listed before".
+  template <class T, class Read>
+  std::vector<T> distinct(Value::ConstArray a, std::string const& path, char const* what, Read read) const {
+    std::vector<T> items;
+    items.reserve(a.Size());
+    for (std::size_t i = 0; i < a.Size(); ++i) {
+      T x = read(a[i], item(path, i));
+      if (std::find(items.begin(), items.end(), x) != items.end()) {
+        fail(item(path, i), std::string(what) + " not listed before", &a[i]);
+      }
+      items.push_back(std::move(x));
+    }
+    return items;
+  }
 
   // ---- values of this system ----
   L3::VrfName vrfName(Value const& v, std::string const& path) const;

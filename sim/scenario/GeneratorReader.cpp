@@ -16,7 +16,7 @@ std::string counted(std::uint64_t n, char const* noun) { return std::to_string(n
 Scenario::RouteSet GeneratorReader::read(std::string name, JsonReader::Value const& v, std::string const& path) const {
   using Value = JsonReader::Value;
   auto const child = JsonReader::child;
-  auto const item = JsonReader::item;
+  auto const declaredVlan = [&](Value const& x, std::string const& xp) { return in_.declaredVlan(x, xp); };
   in_.object(v, path, "a generator ({\"count\": 1000, \"diversity\": 8, ...})");
   in_.knownFields(v, path,
                   {"count", "diversity", "seed", "vrf", "source", "groupBase", "acceptingVlan", "ports", "portsPerSet",
@@ -45,13 +45,7 @@ Scenario::RouteSet GeneratorReader::read(std::string name, JsonReader::Value con
   if (accepting.IsArray()) {
     auto const a = accepting.GetArray();
     if (a.Size() == 0) in_.fail(ap, "at least one accepting VLAN", &accepting);
-    for (std::size_t i = 0; i < a.Size(); ++i) {
-      Bridging::VlanId const id = in_.declaredVlan(a[i], item(ap, i));
-      if (std::find(shape.acceptingVlans.begin(), shape.acceptingVlans.end(), id) != shape.acceptingVlans.end()) {
-        in_.fail(item(ap, i), "an accepting VLAN not listed before", &a[i]);
-      }
-      shape.acceptingVlans.push_back(id);
-    }
+    shape.acceptingVlans = in_.distinct<Bridging::VlanId>(a, ap, "an accepting VLAN", declaredVlan);
   } else {
     shape.acceptingVlans.push_back(in_.declaredVlan(accepting, ap));
   }
@@ -59,13 +53,9 @@ Scenario::RouteSet GeneratorReader::read(std::string name, JsonReader::Value con
   if (auto const* ports = in_.member(v, "ports")) {
     std::string const pp = child(path, "ports");
     auto const a = in_.array(*ports, pp, "a list of declared Ethernet ports");
-    for (std::size_t i = 0; i < a.Size(); ++i) {
-      Netcore::IntfId const intf = in_.declaredEthernet(a[i], item(pp, i));
-      if (std::find(shape.ports.begin(), shape.ports.end(), intf) != shape.ports.end()) {
-        in_.fail(item(pp, i), "a port not listed before", &a[i]);
-      }
-      shape.ports.push_back(intf);
-    }
+    shape.ports = in_.distinct<Netcore::IntfId>(a, pp, "a port", [&](Value const& x, std::string const& xp) {
+      return in_.declaredEthernet(x, xp);
+    });
   } else {
     shape.ports = in_.scenario().ethernet;
   }
@@ -78,13 +68,7 @@ Scenario::RouteSet GeneratorReader::read(std::string name, JsonReader::Value con
   if (auto const* ov = in_.member(v, "outputVlans")) {
     std::string const op = child(path, "outputVlans");
     auto const a = in_.array(*ov, op, "a list of VLAN ids declared in interfaces.vlans");
-    for (std::size_t i = 0; i < a.Size(); ++i) {
-      Bridging::VlanIdOrNone const id = in_.declaredVlan(a[i], item(op, i));
-      if (std::find(shape.outputVlans.begin(), shape.outputVlans.end(), id) != shape.outputVlans.end()) {
-        in_.fail(item(op, i), "an output VLAN not listed before", &a[i]);
-      }
-      shape.outputVlans.push_back(id);
-    }
+    shape.outputVlans = in_.distinct<Bridging::VlanIdOrNone>(a, op, "an output VLAN", declaredVlan);
   }
   if (auto const* f = in_.member(v, "frr")) {
     std::string const p = child(path, "frr");
@@ -97,13 +81,9 @@ Scenario::RouteSet GeneratorReader::read(std::string name, JsonReader::Value con
     Value const& backups = in_.required(*f, p, "backups", "a list of backup outputs");
     auto const a = in_.array(backups, bp, "a list of backup outputs (\"Ethernet5.100\")");
     if (a.Size() == 0) in_.fail(bp, "at least one backup output", &backups);
-    for (std::size_t i = 0; i < a.Size(); ++i) {
-      MrouteLib::PortVlan const pv = in_.output(a[i], item(bp, i), "a backup output");
-      if (std::find(frr.backups.begin(), frr.backups.end(), pv) != frr.backups.end()) {
-        in_.fail(item(bp, i), "a backup output not listed before", &a[i]);
-      }
-      frr.backups.push_back(pv);
-    }
+    frr.backups = in_.distinct<MrouteLib::PortVlan>(a, bp, "a backup output", [&](Value const& x, std::string const& xp) {
+      return in_.output(x, xp, "a backup output");
+    });
     shape.frr = std::move(frr);
   }
 

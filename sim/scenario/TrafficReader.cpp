@@ -82,14 +82,8 @@ void TrafficReader::expectations(Value const& v, std::string const& path, Scenar
   if (auto const* e = in_.member(v, "expect")) {
     std::string const ep = child(path, "expect");
     auto const a = in_.array(*e, ep, "a list of the copies each packet gives (\"Ethernet3.100\")");
-    std::vector<MrouteLib::PortVlan> copies;
-    for (std::size_t i = 0; i < a.Size(); ++i) {
-      MrouteLib::PortVlan const pv = in_.output(a[i], JsonReader::item(ep, i), "a copy");
-      if (std::find(copies.begin(), copies.end(), pv) != copies.end()) {
-        in_.fail(JsonReader::item(ep, i), "a copy not listed before", &a[i]);
-      }
-      copies.push_back(pv);
-    }
+    auto copies = in_.distinct<MrouteLib::PortVlan>(
+        a, ep, "a copy", [&](Value const& x, std::string const& xp) { return in_.output(x, xp, "a copy"); });
     std::sort(copies.begin(), copies.end());
     t.expect = std::move(copies);
   }

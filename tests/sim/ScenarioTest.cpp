@@ -155,6 +155,16 @@ INSTANTIATE_TEST_SUITE_P(
                            "[]"),
                 "t.json: routeSets[0].generate.outputVlans[1]: expected an output VLAN not listed before, got the number "
                 "100"},
+        BadCase{"RepeatedGeneratorPorts",
+                withEvents(R"([{"name": "g", "generate": {"count": 4, "groupBase": "239.1.0.0", "acceptingVlan": 100,
+                                  "ports": ["Ethernet2", "Ethernet3", "Ethernet2"]}}])",
+                           "[]"),
+                "t.json: routeSets[0].generate.ports[2]: expected a port not listed before, got the string "
+                "\"Ethernet2\""},
+        BadCase{"RepeatedExpectedCopy",
+                withEvents("[]", R"([{"at": 1, "do": "traffic", "source": "10.0.0.1", "group": "239.1.1.1",
+                                      "vlan": 100, "expect": ["Ethernet1.100", "Ethernet1.100"]}])"),
+                "t.json: events[0].expect[1]: expected a copy not listed before, got the string \"Ethernet1.100\""},
         BadCase{"TrafficOnUndeclaredVlan",
                 withEvents("[]", R"([{"at": 1, "do": "traffic", "source": "10.0.0.1", "group": "239.1.1.1", "vlan": 5}])"),
                 "t.json: events[0].vlan: expected a VLAN declared in interfaces.vlans (100), got the number 5"},
