@@ -75,10 +75,14 @@ TEST_P(ForwardingModelTest, PredictsWhatTheWantedRoutesForward) {
       });
   auto const p = model.predict(wanted, c.flow);
   ASSERT_EQ(p.kind, c.kind);
-  if (c.kind == Kind::dropped) EXPECT_EQ(p.reason, c.reason);
+  if (c.kind == Kind::dropped) {
+    EXPECT_EQ(p.reason, c.reason);
+  }
   if (c.kind == Kind::forwarded) {
     EXPECT_EQ(p.copiesKnown, c.copiesKnown);
-    if (c.copiesKnown) EXPECT_EQ(p.copies, c.copies);
+    if (c.copiesKnown) {
+      EXPECT_EQ(p.copies, c.copies);
+    }
   }
 }
 
