@@ -11,12 +11,17 @@
 
 namespace Fal {
 
+// The base of both hook interfaces: a named entity with the hooks' way of
+// stopping the agent.
 class FalBaseHelper : public Vex::Entity {
  public:
+  // An object named `name`.
   explicit FalBaseHelper(Vex::Name name) : name_(std::move(name)) {}
 
+  // The name given at construction, for traces and diagnostics.
   Vex::Name const& name() const { return name_; }
-  // Whether the chip can program backup (fast-reroute) outputs.
+  // Whether the object takes part in the entity framework's backup of
+  // entities; the library itself never reads it.
   virtual bool hasBackupSupport() const { return false; }
   // The class name of the hook object, for traces and diagnostics.
   virtual Vex::String fwkType() const { return "Fal::FalBaseHelper"; }
