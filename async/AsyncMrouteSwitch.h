@@ -36,11 +36,12 @@
 #include "platform/fib/routing/RouteStatus.h"
 #include "platform/mroutelib/AsyncSwitchChip.h"
 #include "platform/vex/BackLink.h"
+#include "platform/vex/Export.h"
 #include "platform/vex/OrderedColl.h"
 
 namespace Fal::Mroute {
 
-class AsyncMrouteSwitch : public MrouteLib::AsyncSwitchChip {
+class FALMROUTE_EXPORT AsyncMrouteSwitch : public MrouteLib::AsyncSwitchChip {
  public:
   using IpGenRouteKey = Routing::Multicast::Fib::IpGenRouteKey;
   using RoutingHwRouteStatus = Routing::Hardware::RouteStatus;
@@ -192,7 +193,7 @@ class AsyncMrouteSwitch : public MrouteLib::AsyncSwitchChip {
   bool testKill_ = false;
 };
 
-Vex::Ptr<AsyncMrouteSwitch> asyncMrouteSwitchFactory(
+FALMROUTE_EXPORT Vex::Ptr<AsyncMrouteSwitch> asyncMrouteSwitchFactory(
     Vex::Name name, Vex::Ptr<AsyncMrouteSwitch::RoutingHwRouteStatus const> const& routingHwRouteStatus,
     Vex::Ptr<FalHelper::AsyncMrouteHelper> const& mrouteHelper);
 

@@ -28,10 +28,11 @@
 #include "platform/log/LogMessage.h"
 #include "platform/net/AddressFamily.h"
 #include "platform/vex/Clock.h"
+#include "platform/vex/Export.h"
 
 namespace Fal::Mroute {
 
-class AsyncMrouteSwitchRouteAgingSm : public Vex::Entity {
+class FALMROUTE_EXPORT AsyncMrouteSwitchRouteAgingSm : public Vex::Entity {
  public:
   using HwStatus = Routing::Multicast::Fib::Hardware::Status;
   using VrfConfig = Routing::Multicast::Fib::VrfConfig;

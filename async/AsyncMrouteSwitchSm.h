@@ -38,10 +38,11 @@
 #include "platform/intf/EthIntfStatusDir.h"
 #include "platform/intf/IntfVlanIdTable.h"
 #include "platform/vex/Clock.h"
+#include "platform/vex/Export.h"
 
 namespace Fal::Mroute {
 
-class AsyncMrouteSwitchSm : public Vex::Entity {
+class FALMROUTE_EXPORT AsyncMrouteSwitchSm : public Vex::Entity {
  public:
   using VrfConfig = Routing::Multicast::Fib::VrfConfig;
   using HwStatus = Routing::Multicast::Fib::Hardware::Status;

@@ -25,13 +25,14 @@
 #include "platform/mroutelib/MtableOifSet.h"
 #include "platform/mroutelib/OifSet.h"
 #include "platform/vex/BackLink.h"
+#include "platform/vex/Export.h"
 #include "platform/vex/Types.h"
 
 namespace Fal::Mroute {
 
 class AsyncMrouteSwitch;
 
-class AsyncMtableOifSet : public MrouteLib::MtableOifSet {
+class FALMROUTE_EXPORT AsyncMtableOifSet : public MrouteLib::MtableOifSet {
  public:
   class Notifiee : public Vex::NotifieeOf<AsyncMtableOifSet> {
    public:
@@ -102,9 +103,9 @@ class AsyncMtableOifSet : public MrouteLib::MtableOifSet {
 };
 
 // Makes a record with its notifications on.
-Vex::Ptr<AsyncMtableOifSet> asyncMtableOifSetFactory(Vex::Ptr<MrouteLib::OifSet const> const& oifSet, bool toCpu,
+FALMROUTE_EXPORT Vex::Ptr<AsyncMtableOifSet> asyncMtableOifSetFactory(Vex::Ptr<MrouteLib::OifSet const> const& oifSet, bool toCpu,
                                                      std::uint32_t multicastId, AsyncMrouteSwitch* mrouteSwitch);
 
-std::ostream& operator<<(std::ostream& os, AsyncMtableOifSet const& set);
+FALMROUTE_EXPORT std::ostream& operator<<(std::ostream& os, AsyncMtableOifSet const& set);
 
 }  // namespace Fal::Mroute

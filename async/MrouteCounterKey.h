@@ -13,12 +13,13 @@
 #include <utility>
 
 #include "platform/fib/IpGenRouteKey.h"
+#include "platform/vex/Export.h"
 #include "platform/vex/Strep.h"
 #include "platform/vex/Types.h"
 
 namespace Fal::Mroute {
 
-struct MrouteCounterKey {
+struct FALMROUTE_EXPORT MrouteCounterKey {
   Vex::U32 vrfId = 0;
   Routing::Multicast::Fib::IpGenRouteKey sg;
 
@@ -38,13 +39,13 @@ struct MrouteCounterKey {
 };
 
 // "Value('Fal::Mroute::MrouteCounterKey', ** {'vrfId': %s, 'sg': %s})"
-void strepOut(std::ostream& os, MrouteCounterKey const& k);
-MrouteCounterKey strepIn(Vex::StrepParser& p, Vex::StrepTag<MrouteCounterKey>);
-std::ostream& operator<<(std::ostream& os, MrouteCounterKey const& k);
+FALMROUTE_EXPORT void strepOut(std::ostream& os, MrouteCounterKey const& k);
+FALMROUTE_EXPORT MrouteCounterKey strepIn(Vex::StrepParser& p, Vex::StrepTag<MrouteCounterKey>);
+FALMROUTE_EXPORT std::ostream& operator<<(std::ostream& os, MrouteCounterKey const& k);
 
 }  // namespace Fal::Mroute
 
 template <>
-struct std::hash<Fal::Mroute::MrouteCounterKey> {
+struct FALMROUTE_EXPORT std::hash<Fal::Mroute::MrouteCounterKey> {
   std::size_t operator()(Fal::Mroute::MrouteCounterKey const& k) const noexcept { return k.hash(); }
 };

@@ -7,12 +7,13 @@
 #include <utility>
 
 #include "async/MrouteCounterKey.h"
+#include "platform/vex/Export.h"
 #include "platform/vex/Strep.h"
 #include "platform/vex/Types.h"
 
 namespace Fal::Mroute {
 
-struct MrouteCounterKeyMapEntry {
+struct FALMROUTE_EXPORT MrouteCounterKeyMapEntry {
   MrouteCounterKey key;
   Vex::U64 counterKey = 0;
 
@@ -23,8 +24,8 @@ struct MrouteCounterKeyMapEntry {
 };
 
 // "Value('Fal::Mroute::MrouteCounterKeyMapEntry', ** {'key': %s, 'counterKey': %s})"
-void strepOut(std::ostream& os, MrouteCounterKeyMapEntry const& e);
-MrouteCounterKeyMapEntry strepIn(Vex::StrepParser& p, Vex::StrepTag<MrouteCounterKeyMapEntry>);
-std::ostream& operator<<(std::ostream& os, MrouteCounterKeyMapEntry const& e);
+FALMROUTE_EXPORT void strepOut(std::ostream& os, MrouteCounterKeyMapEntry const& e);
+FALMROUTE_EXPORT MrouteCounterKeyMapEntry strepIn(Vex::StrepParser& p, Vex::StrepTag<MrouteCounterKeyMapEntry>);
+FALMROUTE_EXPORT std::ostream& operator<<(std::ostream& os, MrouteCounterKeyMapEntry const& e);
 
 }  // namespace Fal::Mroute

@@ -36,6 +36,7 @@
 #include "platform/memtab/Collection.h"
 #include "platform/memtab/CollectionControl.h"
 #include "platform/vex/Entity.h"
+#include "platform/vex/Export.h"
 #include "platform/vex/Ptr.h"
 #include "platform/vex/Types.h"
 
@@ -44,12 +45,12 @@ namespace Fal::Mroute {
 class MrouteCounterKeyMapTable;
 
 // Told when the last reference to a table goes; hands it to its control.
-class MrouteCounterKeyMapTableZeroReferencesNotifiee {
+class FALMROUTE_EXPORT MrouteCounterKeyMapTableZeroReferencesNotifiee {
  public:
   void onZeroReferences(MrouteCounterKeyMapTable const& table) const;
 };
 
-class MrouteCounterKeyMapTable : public Vex::Entity {
+class FALMROUTE_EXPORT MrouteCounterKeyMapTable : public Vex::Entity {
  public:
   class Notifiee : public Vex::NotifieeOf<MrouteCounterKeyMapTable> {
    public:
@@ -133,6 +134,6 @@ class MrouteCounterKeyMapTable : public Vex::Entity {
 };
 
 // Creates the table (not yet open: attach a control) with notifications on.
-Vex::Ptr<MrouteCounterKeyMapTable> mrouteCounterKeyMapTableFactory(Vex::Name name);
+FALMROUTE_EXPORT Vex::Ptr<MrouteCounterKeyMapTable> mrouteCounterKeyMapTableFactory(Vex::Name name);
 
 }  // namespace Fal::Mroute

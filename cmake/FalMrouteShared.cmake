@@ -4,8 +4,11 @@
 # stand-ins (platform/), taken whole: a chip agent gets one copy of the
 # framework (the event loop, clocks, trace handles, type registrations) and
 # of the platform types its hooks take, inside the library that uses them,
-# with nothing to link beside it but abseil. Nothing of the simulator, the
-# kernel chip or the tools is in it.
+# with nothing to link beside it but abseil. Everything is compiled with
+# hidden visibility; what chip agents are offered carries FALMROUTE_EXPORT
+# (platform/vex/Export.h), so the exported symbols are what the installed
+# headers declare, and nothing of the simulator, the kernel chip or the
+# tools is in it.
 #
 # Installed (cmake --install, under the prefix):
 #   lib/libFalMroute.so.1.0.0, its soname link libFalMroute.so.1 and the
@@ -45,6 +48,19 @@ target_include_directories(FalMrouteShared INTERFACE
   $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/FalMroute>)
 if(RAPIDJSON_INCLUDE_DIRS)
   target_include_directories(FalMrouteShared SYSTEM INTERFACE $<BUILD_INTERFACE:${RAPIDJSON_INCLUDE_DIRS}>)
+endif()
+
+if(FALMROUTE_TESTS)
+  set(falmroute_archives $<TARGET_FILE:FalMroute>)
+  foreach(lib ${FALMROUTE_PLATFORM})
+    get_target_property(type ${lib} TYPE)
+    if(NOT type STREQUAL "INTERFACE_LIBRARY")
+      list(APPEND falmroute_archives $<TARGET_FILE:${lib}>)
+    endif()
+  endforeach()
+  add_test(NAME exported_surface
+    COMMAND ${PROJECT_SOURCE_DIR}/cmake/check-exports ${PROJECT_BINARY_DIR} $<TARGET_FILE:FalMrouteShared>
+            ${falmroute_archives})
 endif()
 
 install(TARGETS FalMrouteShared EXPORT FalMrouteTargets

@@ -67,6 +67,7 @@
 #include "platform/net/AddressFamily.h"
 #include "platform/types/VlanIdOrNone.h"
 #include "platform/types/VrfId.h"
+#include "platform/vex/Export.h"
 #include "platform/vex/HashColl.h"
 #include "platform/vex/Ptr.h"
 #include "platform/vex/Types.h"
@@ -75,7 +76,7 @@ namespace FalHelper {
 
 // The asynchronous hook object: a chip agent derives from it and overrides
 // the hooks that touch its hardware (see the file's comment).
-class AsyncMrouteHelper : public Fal::FalBaseHelper {
+class FALMROUTE_EXPORT AsyncMrouteHelper : public Fal::FalBaseHelper {
  public:
   // The (source, group) key of a multicast route.
   using IpGenRouteKey = Routing::Multicast::Fib::IpGenRouteKey;

@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "platform/vex/Enum.h"
+#include "platform/vex/Export.h"
 
 namespace Fal {
 
@@ -13,19 +14,19 @@ enum class MrouteHitAction : std::uint8_t { read = 1, clear = 2 };
 
 // The enumeration services, all by lookup in the registered type "Fal::MrouteHitAction".
 // Both instance functions throw Vex::RangeException for a value or name without a literal.
-MrouteHitAction MrouteHitActionInstance(std::int64_t value);
-MrouteHitAction MrouteHitActionInstance(std::string_view name);
-std::string stringValue(MrouteHitAction a);
-std::string valueToStrep(MrouteHitAction a);
+FALMROUTE_EXPORT MrouteHitAction MrouteHitActionInstance(std::int64_t value);
+FALMROUTE_EXPORT MrouteHitAction MrouteHitActionInstance(std::string_view name);
+FALMROUTE_EXPORT std::string stringValue(MrouteHitAction a);
+FALMROUTE_EXPORT std::string valueToStrep(MrouteHitAction a);
 // The literal at a position of the declaration order (0 is read).
-MrouteHitAction sequenceToValue(std::size_t sequence);
-std::ostream& operator<<(std::ostream& os, MrouteHitAction a);
+FALMROUTE_EXPORT MrouteHitAction sequenceToValue(std::size_t sequence);
+FALMROUTE_EXPORT std::ostream& operator<<(std::ostream& os, MrouteHitAction a);
 
 }  // namespace Fal
 
 namespace Vex {
 template <>
-struct EnumTraits<Fal::MrouteHitAction> {
+struct FALMROUTE_EXPORT EnumTraits<Fal::MrouteHitAction> {
   static EnumType const& type();
 };
 }  // namespace Vex

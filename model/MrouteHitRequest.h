@@ -5,11 +5,12 @@
 #include <ostream>
 
 #include "model/MrouteHitAction.h"
+#include "platform/vex/Export.h"
 #include "platform/vex/Strep.h"
 
 namespace Fal {
 
-struct MrouteHitRequest {
+struct FALMROUTE_EXPORT MrouteHitRequest {
   std::uint32_t requestId = 0;
   MrouteHitAction action = MrouteHitAction::read;
 
@@ -18,8 +19,8 @@ struct MrouteHitRequest {
   friend bool operator==(MrouteHitRequest const&, MrouteHitRequest const&) = default;
 };
 
-void strepOut(std::ostream& os, MrouteHitRequest const& r);
-MrouteHitRequest strepIn(Vex::StrepParser& p, Vex::StrepTag<MrouteHitRequest>);
-std::ostream& operator<<(std::ostream& os, MrouteHitRequest const& r);
+FALMROUTE_EXPORT void strepOut(std::ostream& os, MrouteHitRequest const& r);
+FALMROUTE_EXPORT MrouteHitRequest strepIn(Vex::StrepParser& p, Vex::StrepTag<MrouteHitRequest>);
+FALMROUTE_EXPORT std::ostream& operator<<(std::ostream& os, MrouteHitRequest const& r);
 
 }  // namespace Fal

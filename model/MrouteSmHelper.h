@@ -37,6 +37,7 @@
 #include "platform/mroutelib/PortVlanSet.h"
 #include "platform/mroutelib/RouteHandle.h"
 #include "platform/types/VlanIdOrNone.h"
+#include "platform/vex/Export.h"
 #include "platform/vex/Ptr.h"
 
 namespace Fal {
@@ -50,7 +51,7 @@ namespace FalHelper {
 
 // The synchronous hook object: a chip agent derives from it and overrides the
 // hooks that touch its hardware (see the file's comment).
-class MrouteSmHelper : public Fal::FalBaseHelper {
+class FALMROUTE_EXPORT MrouteSmHelper : public Fal::FalBaseHelper {
  public:
   // The (source, group) key of a multicast route.
   using IpGenRouteKey = Routing::Multicast::Fib::IpGenRouteKey;

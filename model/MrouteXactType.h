@@ -6,6 +6,7 @@
 #include <ostream>
 
 #include "platform/vex/Enum.h"
+#include "platform/vex/Export.h"
 
 namespace FalHelper {
 
@@ -15,7 +16,7 @@ enum class MrouteXactType : std::uint8_t { oifSet = 0, ingress = 1 };
 
 namespace Vex {
 template <>
-struct EnumTraits<FalHelper::MrouteXactType> {
+struct FALMROUTE_EXPORT EnumTraits<FalHelper::MrouteXactType> {
   static EnumType const& type();
 };
 }  // namespace Vex

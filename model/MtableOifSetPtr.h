@@ -3,13 +3,14 @@
 // platform OIF set to the set that programs it. Equality compares pointers.
 #include <ostream>
 
+#include "platform/vex/Export.h"
 #include "platform/vex/Strep.h"
 
 namespace Fal {
 
 class MtableOifSet;
 
-struct MtableOifSetPtr {
+struct FALMROUTE_EXPORT MtableOifSetPtr {
   MtableOifSet* ptr = nullptr;  // not owned
 
   MtableOifSetPtr() = default;
@@ -20,8 +21,8 @@ struct MtableOifSetPtr {
   friend bool operator==(MtableOifSetPtr, MtableOifSetPtr) = default;
 };
 
-void strepOut(std::ostream& os, MtableOifSetPtr p);
-MtableOifSetPtr strepIn(Vex::StrepParser& p, Vex::StrepTag<MtableOifSetPtr>);
-std::ostream& operator<<(std::ostream& os, MtableOifSetPtr p);
+FALMROUTE_EXPORT void strepOut(std::ostream& os, MtableOifSetPtr p);
+FALMROUTE_EXPORT MtableOifSetPtr strepIn(Vex::StrepParser& p, Vex::StrepTag<MtableOifSetPtr>);
+FALMROUTE_EXPORT std::ostream& operator<<(std::ostream& os, MtableOifSetPtr p);
 
 }  // namespace Fal

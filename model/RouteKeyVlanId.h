@@ -6,11 +6,12 @@
 
 #include "platform/fib/IpGenRouteKey.h"
 #include "platform/types/VlanIdOrNone.h"
+#include "platform/vex/Export.h"
 #include "platform/vex/Strep.h"
 
 namespace Fal {
 
-struct RouteKeyVlanId {
+struct FALMROUTE_EXPORT RouteKeyVlanId {
   Routing::Multicast::Fib::IpGenRouteKey route;
   Bridging::VlanIdOrNone vlan;
 
@@ -29,13 +30,13 @@ struct RouteKeyVlanId {
   }
 };
 
-void strepOut(std::ostream& os, RouteKeyVlanId const& k);
-RouteKeyVlanId strepIn(Vex::StrepParser& p, Vex::StrepTag<RouteKeyVlanId>);
-std::ostream& operator<<(std::ostream& os, RouteKeyVlanId const& k);
+FALMROUTE_EXPORT void strepOut(std::ostream& os, RouteKeyVlanId const& k);
+FALMROUTE_EXPORT RouteKeyVlanId strepIn(Vex::StrepParser& p, Vex::StrepTag<RouteKeyVlanId>);
+FALMROUTE_EXPORT std::ostream& operator<<(std::ostream& os, RouteKeyVlanId const& k);
 
 }  // namespace Fal
 
 template <>
-struct std::hash<Fal::RouteKeyVlanId> {
+struct FALMROUTE_EXPORT std::hash<Fal::RouteKeyVlanId> {
   std::size_t operator()(Fal::RouteKeyVlanId const& k) const noexcept { return k.hash(); }
 };

@@ -7,12 +7,13 @@
 #include <cstdint>
 #include <ostream>
 
+#include "platform/vex/Export.h"
 #include "platform/vex/Strep.h"
 #include "platform/vex/Types.h"
 
 namespace Fal {
 
-struct ZombieKey {
+struct FALMROUTE_EXPORT ZombieKey {
   std::uint32_t groupId = 0;  // the set's index in the replication table
   Vex::Seconds expiryTime = Vex::kNever;
 
@@ -31,8 +32,8 @@ struct ZombieKey {
   }
 };
 
-void strepOut(std::ostream& os, ZombieKey const& k);
-ZombieKey strepIn(Vex::StrepParser& p, Vex::StrepTag<ZombieKey>);
-std::ostream& operator<<(std::ostream& os, ZombieKey const& k);
+FALMROUTE_EXPORT void strepOut(std::ostream& os, ZombieKey const& k);
+FALMROUTE_EXPORT ZombieKey strepIn(Vex::StrepParser& p, Vex::StrepTag<ZombieKey>);
+FALMROUTE_EXPORT std::ostream& operator<<(std::ostream& os, ZombieKey const& k);
 
 }  // namespace Fal

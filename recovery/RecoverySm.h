@@ -18,11 +18,12 @@
 #include "platform/types/VlanIdOrNone.h"
 #include "platform/types/VrfId.h"
 #include "platform/vex/Entity.h"
+#include "platform/vex/Export.h"
 #include "platform/vex/Ptr.h"
 
 namespace Fal::Mroute {
 
-class RecoverySm : public Vex::Entity {
+class FALMROUTE_EXPORT RecoverySm : public Vex::Entity {
  public:
   using HwStatus = Routing::Multicast::Fib::Hardware::Status;
   using VrfEnabledStatus = Routing::Multicast::Fib::VrfEnabledStatus;
@@ -61,7 +62,7 @@ class RecoverySm : public Vex::Entity {
   Vex::Ptr<HwStatus> const mfibHwStatus_;
 };
 
-Vex::Ptr<RecoverySm> recoverySmFactory(Vex::Ptr<L3Status const> const& falL3Status,
+FALMROUTE_EXPORT Vex::Ptr<RecoverySm> recoverySmFactory(Vex::Ptr<L3Status const> const& falL3Status,
                                        Vex::Ptr<IntfVlanId::Table const> const& intfVlanIdTable,
                                        Vex::Ptr<Routing::Multicast::Fib::VrfEnabledStatus const> const& vrfEnabledStatus,
                                        Vex::Ptr<Routing::Multicast::Fib::Hardware::Status> const& mfibHwStatus);

@@ -31,12 +31,13 @@
 #include "platform/fib/hardware/Status.h"
 #include "platform/upg/RapidJson.h"
 #include "platform/upg/UpgPStoreHelper.h"
+#include "platform/vex/Export.h"
 #include "platform/vex/Ptr.h"
 #include "platform/vex/Types.h"
 
 namespace Fal::Mroute {
 
-class UpgPStoreHelper : public Upg::UpgPStoreHelper {
+class FALMROUTE_EXPORT UpgPStoreHelper : public Upg::UpgPStoreHelper {
  public:
   using HwStatus = Routing::Multicast::Fib::Hardware::Status;
 
@@ -58,6 +59,6 @@ class UpgPStoreHelper : public Upg::UpgPStoreHelper {
   Vex::Ptr<HwStatus> const mfibHwStatus_;
 };
 
-Vex::Ptr<UpgPStoreHelper> upgPStoreHelperFactory(Vex::Ptr<Routing::Multicast::Fib::Hardware::Status> const& mfibHwStatus);
+FALMROUTE_EXPORT Vex::Ptr<UpgPStoreHelper> upgPStoreHelperFactory(Vex::Ptr<Routing::Multicast::Fib::Hardware::Status> const& mfibHwStatus);
 
 }  // namespace Fal::Mroute

@@ -6,10 +6,11 @@
 #include "platform/mroutelib/RouteHandle.h"
 #include "platform/types/VlanId.h"
 #include "platform/vex/Entity.h"
+#include "platform/vex/Export.h"
 
 namespace Fal {
 
-class Boundary : public Vex::Entity {
+class FALMROUTE_EXPORT Boundary : public Vex::Entity {
  public:
   Boundary(MrouteLib::RouteHandle handle, Routing::Multicast::Fib::IpGenRouteKey const& key, Bridging::VlanId acceptingVlanId)
       : key_(key), routeHandle_(handle), acceptingVlanId_(acceptingVlanId) {}

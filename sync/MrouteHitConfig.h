@@ -5,11 +5,12 @@
 
 #include "model/MrouteHitRequest.h"
 #include "platform/vex/Entity.h"
+#include "platform/vex/Export.h"
 #include "platform/vex/OrderedColl.h"
 
 namespace Fal {
 
-class MrouteHitConfig : public Vex::Entity {
+class FALMROUTE_EXPORT MrouteHitConfig : public Vex::Entity {
  public:
   class Notifiee : public Vex::NotifieeOf<MrouteHitConfig> {
    public:

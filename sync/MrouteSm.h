@@ -25,11 +25,12 @@
 #include "platform/fib/VrfEnabledStatus.h"
 #include "platform/intf/IpStatus.h"
 #include "platform/vex/Clock.h"
+#include "platform/vex/Export.h"
 #include "platform/vex/OrderedColl.h"
 
 namespace Fal {
 
-class MrouteSm : public Vex::Entity {
+class FALMROUTE_EXPORT MrouteSm : public Vex::Entity {
  public:
   using VrfConfig = Routing::Multicast::Fib::VrfConfig;
   using Config = Routing::Multicast::Fib::Config;
@@ -132,7 +133,7 @@ class MrouteSm : public Vex::Entity {
 };
 
 // The agent's creator of the top-level state machine.
-Vex::Ptr<MrouteSm> MrouteSmIs(Vex::Ptr<FalCommonSmData> const& acsd, Vex::Ptr<L3Status> const& l3Status,
+FALMROUTE_EXPORT Vex::Ptr<MrouteSm> MrouteSmIs(Vex::Ptr<FalCommonSmData> const& acsd, Vex::Ptr<L3Status> const& l3Status,
                               Vex::Ptr<Routing::Multicast::Fib::VrfConfig const> const& mfibVrfConfig,
                               Vex::Ptr<Routing::Multicast::Fib::Hardware::Status const> const& mfibHwStatus,
                               Vex::Ptr<Ip::Status const> const& ipStatus,

@@ -28,6 +28,7 @@
 #include "platform/fib/hardware/Status.h"
 #include "platform/intf/IpStatus.h"
 #include "platform/mroutelib/SwitchChip.h"
+#include "platform/vex/Export.h"
 #include "platform/vex/OrderedColl.h"
 #include "sync/Boundary.h"
 #include "sync/DenseIdMap.h"
@@ -38,7 +39,7 @@
 
 namespace Fal {
 
-class MrouteSwitch : public MrouteLib::SwitchChip {
+class FALMROUTE_EXPORT MrouteSwitch : public MrouteLib::SwitchChip {
  public:
   class Notifiee : public MrouteLib::SwitchChip::Notifiee {
    public:
@@ -244,7 +245,7 @@ class MrouteSwitch : public MrouteLib::SwitchChip {
   bool deleted_ = false;
 };
 
-Vex::Ptr<MrouteSwitch> mrouteSwitchFactory(std::uint32_t switchId, Vex::Ptr<FalCommonSmData> const& acsd,
+FALMROUTE_EXPORT Vex::Ptr<MrouteSwitch> mrouteSwitchFactory(std::uint32_t switchId, Vex::Ptr<FalCommonSmData> const& acsd,
                                            Vex::Ptr<L3Status> const& l3Status,
                                            Vex::Ptr<FalHelper::MrouteSmHelper> const& mrouteHelper,
                                            Vex::Ptr<Ip::Status const> const& ipStatus,

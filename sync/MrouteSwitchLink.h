@@ -4,13 +4,14 @@
 // detaches all its sets at once; a set still held elsewhere then finds no
 // switch to hand its entry back to. Sharing one link costs each set a pointer
 // and the switch no per-set bookkeeping.
+#include "platform/vex/Export.h"
 #include "platform/vex/Ptr.h"
 
 namespace Fal {
 
 class MrouteSwitch;
 
-class MrouteSwitchLink : public Vex::RefCounted {
+class FALMROUTE_EXPORT MrouteSwitchLink : public Vex::RefCounted {
  public:
   explicit MrouteSwitchLink(MrouteSwitch* mrouteSwitch) : mrouteSwitch_(mrouteSwitch) {}
 

@@ -24,13 +24,14 @@
 #include "platform/intf/EthIntfStatusDir.h"
 #include "platform/intf/IntfVlanIdTable.h"
 #include "platform/vex/Clock.h"
+#include "platform/vex/Export.h"
 #include "sync/MrouteHitConfig.h"
 #include "sync/MrouteHitStatus.h"
 #include "sync/MrouteSwitch.h"
 
 namespace Fal {
 
-class MrouteSwitchSm : public Vex::Entity {
+class FALMROUTE_EXPORT MrouteSwitchSm : public Vex::Entity {
  public:
   using VrfConfig = Routing::Multicast::Fib::VrfConfig;
   using HwStatus = Routing::Multicast::Fib::Hardware::Status;

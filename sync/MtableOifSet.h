@@ -12,13 +12,14 @@
 #include "model/ZombieKey.h"
 #include "platform/mroutelib/MtableOifSet.h"
 #include "platform/mroutelib/OifSet.h"
+#include "platform/vex/Export.h"
 #include "sync/MrouteSwitchLink.h"
 
 namespace Fal {
 
 class MrouteSwitch;
 
-class MtableOifSet : public MrouteLib::MtableOifSet {
+class FALMROUTE_EXPORT MtableOifSet : public MrouteLib::MtableOifSet {
  public:
   static constexpr std::uint32_t kInvalidOifSetIndex = 0xFFFFFFFF;
 
@@ -66,7 +67,7 @@ class MtableOifSet : public MrouteLib::MtableOifSet {
   Vex::Seconds zombieExpiry_ = Vex::kNever;
 };
 
-Vex::Ptr<MtableOifSet> mtableOifSetFactory(Vex::Ptr<MrouteLib::OifSet const> const& oifSet, bool toCpu,
+FALMROUTE_EXPORT Vex::Ptr<MtableOifSet> mtableOifSetFactory(Vex::Ptr<MrouteLib::OifSet const> const& oifSet, bool toCpu,
                                            MrouteSwitch* mrouteSwitch);
 
 inline std::uint32_t invalidOifSetIndex() { return MtableOifSet::kInvalidOifSetIndex; }

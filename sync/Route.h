@@ -11,12 +11,13 @@
 #include "platform/mroutelib/RouteHandle.h"
 #include "platform/types/VlanIdOrNone.h"
 #include "platform/vex/Entity.h"
+#include "platform/vex/Export.h"
 #include "sync/MtableOifSet.h"
 #include "sync/PackedRouteKey.h"
 
 namespace Fal {
 
-class Route : public Vex::Entity {
+class FALMROUTE_EXPORT Route : public Vex::Entity {
  public:
   Route(MrouteLib::RouteHandle handle, Routing::Multicast::Fib::IpGenRouteKey const& key,
         Bridging::VlanIdOrNone acceptingVlanId)
@@ -53,7 +54,7 @@ class Route : public Vex::Entity {
   Vex::Ptr<MtableOifSet> mtableOifSet_;
 };
 
-Vex::Ptr<Route> routeFactory(MrouteLib::RouteHandle handle, Routing::Multicast::Fib::IpGenRouteKey const& key,
+FALMROUTE_EXPORT Vex::Ptr<Route> routeFactory(MrouteLib::RouteHandle handle, Routing::Multicast::Fib::IpGenRouteKey const& key,
                              Bridging::VlanIdOrNone acceptingVlanId);
 
 }  // namespace Fal

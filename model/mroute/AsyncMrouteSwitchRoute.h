@@ -10,11 +10,12 @@
 
 #include "platform/fib/IpGenRouteKey.h"
 #include "platform/memtab/RpaIndex.h"
+#include "platform/vex/Export.h"
 #include "platform/vex/Strep.h"
 
 namespace Fal::Mroute {
 
-struct AsyncMrouteSwitchRoute {
+struct FALMROUTE_EXPORT AsyncMrouteSwitchRoute {
   Routing::Multicast::Fib::IpGenRouteKey routeKey;
   Memtab::Multicast::Fib::RpaIndex rpaId = 0;
 
@@ -33,13 +34,13 @@ struct AsyncMrouteSwitchRoute {
 };
 
 // "Value('Fal::Mroute::AsyncMrouteSwitchRoute', ** {'routeKey': %s, 'rpaId': %s})"
-void strepOut(std::ostream& os, AsyncMrouteSwitchRoute const& r);
-AsyncMrouteSwitchRoute strepIn(Vex::StrepParser& p, Vex::StrepTag<AsyncMrouteSwitchRoute>);
-std::ostream& operator<<(std::ostream& os, AsyncMrouteSwitchRoute const& r);
+FALMROUTE_EXPORT void strepOut(std::ostream& os, AsyncMrouteSwitchRoute const& r);
+FALMROUTE_EXPORT AsyncMrouteSwitchRoute strepIn(Vex::StrepParser& p, Vex::StrepTag<AsyncMrouteSwitchRoute>);
+FALMROUTE_EXPORT std::ostream& operator<<(std::ostream& os, AsyncMrouteSwitchRoute const& r);
 
 }  // namespace Fal::Mroute
 
 template <>
-struct std::hash<Fal::Mroute::AsyncMrouteSwitchRoute> {
+struct FALMROUTE_EXPORT std::hash<Fal::Mroute::AsyncMrouteSwitchRoute> {
   std::size_t operator()(Fal::Mroute::AsyncMrouteSwitchRoute const& r) const noexcept { return r.hash(); }
 };

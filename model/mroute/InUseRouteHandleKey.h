@@ -14,11 +14,12 @@
 #include "platform/fib/IpGenRouteKey.h"
 #include "platform/types/VlanIdOrNone.h"
 #include "platform/types/VrfId.h"
+#include "platform/vex/Export.h"
 #include "platform/vex/Strep.h"
 
 namespace Fal::Mroute {
 
-struct InUseRouteHandleKey {
+struct FALMROUTE_EXPORT InUseRouteHandleKey {
   Routing::Multicast::Fib::IpGenRouteKey routeKey;
   Bridging::VlanIdOrNone vlan;
   Fal::VrfId vrfId = 0;
@@ -38,13 +39,13 @@ struct InUseRouteHandleKey {
 };
 
 // "Value('Fal::Mroute::InUseRouteHandleKey', ** {'routeKey': %s, 'vlan': %s, 'vrfId': %s})"
-void strepOut(std::ostream& os, InUseRouteHandleKey const& k);
-InUseRouteHandleKey strepIn(Vex::StrepParser& p, Vex::StrepTag<InUseRouteHandleKey>);
-std::ostream& operator<<(std::ostream& os, InUseRouteHandleKey const& k);
+FALMROUTE_EXPORT void strepOut(std::ostream& os, InUseRouteHandleKey const& k);
+FALMROUTE_EXPORT InUseRouteHandleKey strepIn(Vex::StrepParser& p, Vex::StrepTag<InUseRouteHandleKey>);
+FALMROUTE_EXPORT std::ostream& operator<<(std::ostream& os, InUseRouteHandleKey const& k);
 
 }  // namespace Fal::Mroute
 
 template <>
-struct std::hash<Fal::Mroute::InUseRouteHandleKey> {
+struct FALMROUTE_EXPORT std::hash<Fal::Mroute::InUseRouteHandleKey> {
   std::size_t operator()(Fal::Mroute::InUseRouteHandleKey const& k) const noexcept { return k.hash(); }
 };

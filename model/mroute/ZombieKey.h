@@ -14,12 +14,13 @@
 #include <ostream>
 #include <utility>
 
+#include "platform/vex/Export.h"
 #include "platform/vex/Strep.h"
 #include "platform/vex/Types.h"
 
 namespace Fal::Mroute {
 
-struct ZombieKey {
+struct FALMROUTE_EXPORT ZombieKey {
   std::uint32_t multicastId = 0;
   Vex::Seconds expiryTime = Vex::kNever;
 
@@ -48,13 +49,13 @@ struct ZombieKey {
 };
 
 // "Value('Fal::Mroute::ZombieKey', ** {'multicastId': %s, 'expiryTime': %s})"
-void strepOut(std::ostream& os, ZombieKey const& k);
-ZombieKey strepIn(Vex::StrepParser& p, Vex::StrepTag<ZombieKey>);
-std::ostream& operator<<(std::ostream& os, ZombieKey const& k);
+FALMROUTE_EXPORT void strepOut(std::ostream& os, ZombieKey const& k);
+FALMROUTE_EXPORT ZombieKey strepIn(Vex::StrepParser& p, Vex::StrepTag<ZombieKey>);
+FALMROUTE_EXPORT std::ostream& operator<<(std::ostream& os, ZombieKey const& k);
 
 }  // namespace Fal::Mroute
 
 template <>
-struct std::hash<Fal::Mroute::ZombieKey> {
+struct FALMROUTE_EXPORT std::hash<Fal::Mroute::ZombieKey> {
   std::size_t operator()(Fal::Mroute::ZombieKey const& k) const noexcept { return k.hash(); }
 };

@@ -12,11 +12,12 @@
 #include <set>
 
 #include "platform/vex/Entity.h"
+#include "platform/vex/Export.h"
 #include "platform/vex/Types.h"
 
 namespace FlexCounters {
 
-class CounterKeyTable : public Vex::Entity {
+class FALMROUTE_EXPORT CounterKeyTable : public Vex::Entity {
  public:
   class Notifiee : public Vex::NotifieeOf<CounterKeyTable> {
    public:

@@ -30,6 +30,7 @@
 #include "platform/vex/Clock.h"
 #include "platform/vex/Entity.h"
 #include "platform/vex/Enum.h"
+#include "platform/vex/Export.h"
 #include "platform/vex/Ptr.h"
 #include "platform/vex/Types.h"
 
@@ -41,14 +42,14 @@ enum class XactStatus : std::uint8_t { pending = 0, succeeded = 1, failed = 2 };
 
 namespace Vex {
 template <>
-struct EnumTraits<Bolt::XactStatus> {
+struct FALMROUTE_EXPORT EnumTraits<Bolt::XactStatus> {
   static EnumType const& type();
 };
 }  // namespace Vex
 
 namespace Bolt {
 
-class Xact : public Vex::Entity {
+class FALMROUTE_EXPORT Xact : public Vex::Entity {
  public:
   class Notifiee : public Vex::NotifieeOf<Xact> {
    public:
@@ -98,7 +99,7 @@ class Xact : public Vex::Entity {
 };
 
 // "Xact(7 'group 17' failed reason 0x400)"
-std::ostream& operator<<(std::ostream& os, Xact const& x);
-std::ostream& operator<<(std::ostream& os, XactStatus s);
+FALMROUTE_EXPORT std::ostream& operator<<(std::ostream& os, Xact const& x);
+FALMROUTE_EXPORT std::ostream& operator<<(std::ostream& os, XactStatus s);
 
 }  // namespace Bolt

@@ -7,13 +7,14 @@
 // invariant reads the same as the library's.
 
 #include "platform/vex/Entity.h"
+#include "platform/vex/Export.h"
 #include "platform/vex/Types.h"
 
 namespace Fal {
 
 // The base of both hook interfaces: a named entity with the hooks' way of
 // stopping the agent.
-class FalBaseHelper : public Vex::Entity {
+class FALMROUTE_EXPORT FalBaseHelper : public Vex::Entity {
  public:
   // An object named `name`.
   explicit FalBaseHelper(Vex::Name name) : name_(std::move(name)) {}

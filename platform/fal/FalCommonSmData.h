@@ -3,11 +3,12 @@
 // whether the agent has finished initializing.
 #include "platform/fal/VerifyData.h"
 #include "platform/vex/Entity.h"
+#include "platform/vex/Export.h"
 #include "platform/vex/Ptr.h"
 
 namespace Fal {
 
-class FalCommonSmData final : public Vex::Entity {
+class FALMROUTE_EXPORT FalCommonSmData final : public Vex::Entity {
  public:
   class Notifiee : public Vex::NotifieeOf<FalCommonSmData> {
    public:

@@ -4,10 +4,11 @@
 #include <cstdint>
 
 #include "platform/vex/Entity.h"
+#include "platform/vex/Export.h"
 
 namespace Fal {
 
-class L3MulticastRequest final : public Vex::Entity {
+class FALMROUTE_EXPORT L3MulticastRequest final : public Vex::Entity {
  public:
   class Notifiee : public Vex::NotifieeOf<L3MulticastRequest> {
    public:

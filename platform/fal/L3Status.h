@@ -13,10 +13,11 @@
 #include "platform/types/VrfId.h"
 #include "platform/types/VrfName.h"
 #include "platform/vex/Entity.h"
+#include "platform/vex/Export.h"
 
 namespace Fal {
 
-class L3Status final : public Vex::Entity {
+class FALMROUTE_EXPORT L3Status final : public Vex::Entity {
  public:
   using VrfNameToIdColl = absl::flat_hash_map<L3::VrfName, VrfId>;
   using VrfIdToNameColl = absl::flat_hash_map<VrfId, L3::VrfName>;

@@ -8,10 +8,11 @@
 #include <cstdint>
 
 #include "platform/vex/Entity.h"
+#include "platform/vex/Export.h"
 
 namespace Fal {
 
-class VerifyData final : public Vex::Entity {
+class FALMROUTE_EXPORT VerifyData final : public Vex::Entity {
  public:
   class Notifiee : public Vex::NotifieeOf<VerifyData> {
    public:

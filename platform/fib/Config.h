@@ -11,11 +11,12 @@
 #include "platform/fib/IpGenRouteKey.h"
 #include "platform/types/VrfName.h"
 #include "platform/vex/Entity.h"
+#include "platform/vex/Export.h"
 #include "platform/vex/OrderedColl.h"
 
 namespace Routing::Multicast::Fib {
 
-class Config : public Vex::Entity {
+class FALMROUTE_EXPORT Config : public Vex::Entity {
  public:
   class Notifiee : public Vex::NotifieeOf<Config> {
    public:

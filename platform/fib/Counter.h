@@ -10,12 +10,13 @@
 #include <utility>
 
 #include "platform/fib/IpGenRouteKey.h"
+#include "platform/vex/Export.h"
 #include "platform/vex/Strep.h"
 #include "platform/vex/Types.h"
 
 namespace Routing::Multicast::Fib {
 
-class Counter {
+class FALMROUTE_EXPORT Counter {
  public:
   Counter() = default;
   Counter(IpGenRouteKey routeKey, std::int64_t value, Vex::Seconds updateTime, bool active)
@@ -48,8 +49,8 @@ class Counter {
 
 // operator<< writes the strep form:
 // "Value('Routing::Multicast::Fib::Counter', ** {'routeKey': %s, 'value': %s, 'updateTime': %s, 'active': %s})"
-std::ostream& operator<<(std::ostream& os, Counter const& c);
-void strepOut(std::ostream& os, Counter const& c);
-Counter strepIn(Vex::StrepParser& p, Vex::StrepTag<Counter>);
+FALMROUTE_EXPORT std::ostream& operator<<(std::ostream& os, Counter const& c);
+FALMROUTE_EXPORT void strepOut(std::ostream& os, Counter const& c);
+FALMROUTE_EXPORT Counter strepIn(Vex::StrepParser& p, Vex::StrepTag<Counter>);
 
 }  // namespace Routing::Multicast::Fib

@@ -4,6 +4,7 @@
 #include <ostream>
 
 #include "platform/vex/Enum.h"
+#include "platform/vex/Export.h"
 
 namespace Routing::Multicast::Fib {
 
@@ -13,7 +14,7 @@ enum class CounterMode : std::uint8_t { packets = 0, bytes = 1, packetsAndBytes 
 
 namespace Vex {
 template <>
-struct EnumTraits<Routing::Multicast::Fib::CounterMode> {
+struct FALMROUTE_EXPORT EnumTraits<Routing::Multicast::Fib::CounterMode> {
   static EnumType const& type();
 };
 }  // namespace Vex

@@ -28,10 +28,11 @@
 #include "platform/memtab/Collection.h"
 #include "platform/memtab/CollectionControl.h"
 #include "platform/vex/Entity.h"
+#include "platform/vex/Export.h"
 
 namespace Routing::Multicast::Fib {
 
-class CounterStatus : public Vex::Entity {
+class FALMROUTE_EXPORT CounterStatus : public Vex::Entity {
  public:
   class Notifiee : public Vex::NotifieeOf<CounterStatus> {
    public:

@@ -8,13 +8,14 @@
 #include <cstdint>
 
 #include "platform/vex/Entity.h"
+#include "platform/vex/Export.h"
 #include "platform/vex/Ptr.h"
 
 namespace Routing::Multicast::Fib {
 
 class CounterStatus;
 
-class CounterStatusCtl : public Vex::Entity {
+class FALMROUTE_EXPORT CounterStatusCtl : public Vex::Entity {
  public:
   class Notifiee : public Vex::NotifieeOf<CounterStatusCtl> {
    public:

@@ -14,11 +14,12 @@
 
 #include "platform/fib/RouteKeyType.h"
 #include "platform/net/IpGenPrefix.h"
+#include "platform/vex/Export.h"
 #include "platform/vex/Strep.h"
 
 namespace Routing::Multicast::Fib {
 
-class IpGenRouteKey {
+class FALMROUTE_EXPORT IpGenRouteKey {
  public:
   IpGenRouteKey() = default;
   IpGenRouteKey(Netcore::IpGenPrefix source, Netcore::IpGenPrefix group)
@@ -58,14 +59,14 @@ class IpGenRouteKey {
   Netcore::IpGenPrefix group_;
 };
 
-std::ostream& operator<<(std::ostream& os, IpGenRouteKey const& k);
+FALMROUTE_EXPORT std::ostream& operator<<(std::ostream& os, IpGenRouteKey const& k);
 // "Value('Routing::Multicast::Fib::IpGenRouteKey', ** {'source': 10.0.0.1/32, 'group': 239.1.1.1/32})"
-void strepOut(std::ostream& os, IpGenRouteKey const& k);
-IpGenRouteKey strepIn(Vex::StrepParser& p, Vex::StrepTag<IpGenRouteKey>);
+FALMROUTE_EXPORT void strepOut(std::ostream& os, IpGenRouteKey const& k);
+FALMROUTE_EXPORT IpGenRouteKey strepIn(Vex::StrepParser& p, Vex::StrepTag<IpGenRouteKey>);
 
 }  // namespace Routing::Multicast::Fib
 
 template <>
-struct std::hash<Routing::Multicast::Fib::IpGenRouteKey> {
+struct FALMROUTE_EXPORT std::hash<Routing::Multicast::Fib::IpGenRouteKey> {
   std::size_t operator()(Routing::Multicast::Fib::IpGenRouteKey const& k) const noexcept { return k.hash(); }
 };

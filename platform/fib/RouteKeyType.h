@@ -5,6 +5,7 @@
 #include <ostream>
 
 #include "platform/vex/Enum.h"
+#include "platform/vex/Export.h"
 
 namespace Routing::Multicast::Fib {
 
@@ -22,7 +23,7 @@ enum class RouteKeyType : std::uint8_t {
 
 namespace Vex {
 template <>
-struct EnumTraits<Routing::Multicast::Fib::RouteKeyType> {
+struct FALMROUTE_EXPORT EnumTraits<Routing::Multicast::Fib::RouteKeyType> {
   static EnumType const& type();
 };
 }  // namespace Vex

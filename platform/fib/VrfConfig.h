@@ -8,12 +8,13 @@
 #include "platform/fib/CounterMode.h"
 #include "platform/types/VrfName.h"
 #include "platform/vex/Entity.h"
+#include "platform/vex/Export.h"
 #include "platform/vex/OrderedColl.h"
 #include "platform/vex/Ptr.h"
 
 namespace Routing::Multicast::Fib {
 
-class VrfConfig : public Vex::Entity {
+class FALMROUTE_EXPORT VrfConfig : public Vex::Entity {
  public:
   class Notifiee : public Vex::NotifieeOf<VrfConfig> {
    public:

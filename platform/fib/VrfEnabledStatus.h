@@ -4,11 +4,12 @@
 
 #include "platform/types/VrfName.h"
 #include "platform/vex/Entity.h"
+#include "platform/vex/Export.h"
 #include "platform/vex/OrderedColl.h"
 
 namespace Routing::Multicast::Fib {
 
-class VrfEnabledStatus : public Vex::Entity {
+class FALMROUTE_EXPORT VrfEnabledStatus : public Vex::Entity {
  public:
   class Notifiee : public Vex::NotifieeOf<VrfEnabledStatus> {
    public:

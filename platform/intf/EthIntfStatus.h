@@ -1,10 +1,11 @@
 #pragma once
 // The status of one Ethernet interface.
 #include "platform/intf/IntfStatusT.h"
+#include "platform/vex/Export.h"
 
 namespace Interface {
 
-class EthIntfStatus final : public IntfStatusT<EthIntfStatus> {
+class FALMROUTE_EXPORT EthIntfStatus final : public IntfStatusT<EthIntfStatus> {
  public:
   using IntfStatusT::IntfStatusT;
 };

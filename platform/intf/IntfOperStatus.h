@@ -8,6 +8,7 @@
 #include <ostream>
 
 #include "platform/vex/Enum.h"
+#include "platform/vex/Export.h"
 
 namespace Interface {
 
@@ -22,13 +23,13 @@ enum IntfOperStatus : std::uint8_t {
 };
 
 // Prints the literal name ("intfOperDown"), or the number for a value without one.
-std::ostream& operator<<(std::ostream& os, IntfOperStatus s);
+FALMROUTE_EXPORT std::ostream& operator<<(std::ostream& os, IntfOperStatus s);
 
 }  // namespace Interface
 
 namespace Vex {
 template <>
-struct EnumTraits<Interface::IntfOperStatus> {
+struct FALMROUTE_EXPORT EnumTraits<Interface::IntfOperStatus> {
   // Registered as "Interface::IntfOperStatus".
   static EnumType const& type();
 };

@@ -13,10 +13,11 @@
 #include "platform/types/VlanId.h"
 #include "platform/types/VlanIdOrNone.h"
 #include "platform/vex/Entity.h"
+#include "platform/vex/Export.h"
 
 namespace IntfVlanId {
 
-class Table final : public Vex::Entity {
+class FALMROUTE_EXPORT Table final : public Vex::Entity {
  public:
   using IntfIdToVlanIdColl = absl::flat_hash_map<Netcore::IntfId, Bridging::VlanId>;
 

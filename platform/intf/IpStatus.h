@@ -1,10 +1,11 @@
 #pragma once
 // The agent's IP status. This library only holds it and hands it on.
 #include "platform/vex/Entity.h"
+#include "platform/vex/Export.h"
 
 namespace Ip {
 
-class Status final : public Vex::Entity {
+class FALMROUTE_EXPORT Status final : public Vex::Entity {
  public:
   class Notifiee : public Vex::NotifieeOf<Status> {
    public:

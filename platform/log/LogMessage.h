@@ -27,19 +27,20 @@
 #include <vector>
 
 #include "platform/log/LogSeverity.h"
+#include "platform/vex/Export.h"
 #include "platform/vex/Types.h"
 
 namespace Log {
 
 inline constexpr char kNoActionRequired[] = "No action is required.";
 
-struct Throttle {
+struct FALMROUTE_EXPORT Throttle {
   std::uint32_t burst = 0;
   Vex::Seconds interval = 0;
   friend bool operator==(Throttle const&, Throttle const&) = default;
 };
 
-struct MessageDef {
+struct FALMROUTE_EXPORT MessageDef {
   std::string name;
   Severity severity = Severity::info;
   std::string format;
@@ -51,7 +52,7 @@ struct MessageDef {
 };
 
 // One argument of a message.
-class Arg {
+class FALMROUTE_EXPORT Arg {
  public:
   template <class T>
     requires std::is_arithmetic_v<T>
@@ -76,9 +77,9 @@ class Arg {
 };
 
 // The format with args filled in (the rules above).
-std::string formatText(std::string_view format, std::vector<Arg> const& args);
+FALMROUTE_EXPORT std::string formatText(std::string_view format, std::vector<Arg> const& args);
 
-class Message {
+class FALMROUTE_EXPORT Message {
  public:
   // Defines the message, or returns the one already defined under its name.
   // A second definition that differs stops the agent: a name means one

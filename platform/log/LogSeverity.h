@@ -5,6 +5,7 @@
 #include <ostream>
 
 #include "platform/vex/Enum.h"
+#include "platform/vex/Export.h"
 
 namespace Log {
 
@@ -23,7 +24,7 @@ enum class Severity : std::uint8_t {
 
 namespace Vex {
 template <>
-struct EnumTraits<Log::Severity> {
+struct FALMROUTE_EXPORT EnumTraits<Log::Severity> {
   static EnumType const& type();
 };
 }  // namespace Vex

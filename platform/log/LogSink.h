@@ -9,37 +9,38 @@
 #include <vector>
 
 #include "platform/log/LogSeverity.h"
+#include "platform/vex/Export.h"
 #include "platform/vex/Types.h"
 
 namespace Log {
 
-struct Record {
+struct FALMROUTE_EXPORT Record {
   Vex::Seconds time = 0;  // the event loop's time, 0 outside one
   std::string name;       // the message's name
   Severity severity = Severity::info;
   std::string text;  // the format with its arguments filled in
 };
 
-class Sink {
+class FALMROUTE_EXPORT Sink {
  public:
   virtual ~Sink() = default;
   virtual void write(Record const& record) = 0;
 };
 
-void sinkAdd(std::shared_ptr<Sink> sink);
-void sinkDel(std::shared_ptr<Sink> const& sink);
+FALMROUTE_EXPORT void sinkAdd(std::shared_ptr<Sink> sink);
+FALMROUTE_EXPORT void sinkDel(std::shared_ptr<Sink> const& sink);
 // Hands record to every sink (to standard error when there is none).
-void emit(Record const& record);
+FALMROUTE_EXPORT void emit(Record const& record);
 
 // "    12.500000 %FALMROUTE-4-NAME: text" (time, severity number, name).
-std::string formatRecord(Record const& record);
+FALMROUTE_EXPORT std::string formatRecord(Record const& record);
 
-class StderrSink : public Sink {
+class FALMROUTE_EXPORT StderrSink : public Sink {
  public:
   void write(Record const& record) override;
 };
 
-class CaptureSink : public Sink {
+class FALMROUTE_EXPORT CaptureSink : public Sink {
  public:
   void write(Record const& record) override { records_.push_back(record); }
   std::vector<Record> const& records() const { return records_; }
@@ -52,7 +53,7 @@ class CaptureSink : public Sink {
 };
 
 // Installs a CaptureSink for its own life (a test's scope).
-class ScopedCapture {
+class FALMROUTE_EXPORT ScopedCapture {
  public:
   ScopedCapture() { sinkAdd(sink_); }
   ~ScopedCapture() { sinkDel(sink_); }

@@ -18,9 +18,10 @@
 #include <type_traits>
 #include <vector>
 
+#include "platform/vex/Export.h"
 #include "platform/vex/Types.h"
 
-class RingTrace {
+class FALMROUTE_EXPORT RingTrace {
  public:
   static constexpr std::size_t kDefaultCapacity = 4096;
 
@@ -123,7 +124,7 @@ class RingTrace {
 // the event it records. Text, characters, integers and bool are appended
 // directly; anything else goes through a stream of its own operator<<.
 // Stream manipulators are refused: a record has no formatting state to carry.
-class RingTraceText {
+class FALMROUTE_EXPORT RingTraceText {
  public:
   RingTraceText() : out_(RingTrace::scratch_) { out_.clear(); }
   // Formats into out (emptied first).

@@ -22,12 +22,13 @@
 #include "platform/memtab/Mode.h"
 #include "platform/memtab/Segment.h"
 #include "platform/vex/Entity.h"
+#include "platform/vex/Export.h"
 #include "platform/vex/Ptr.h"
 #include "platform/vex/Types.h"
 
 namespace Memtab {
 
-class CollectionControl : public Vex::Entity {
+class FALMROUTE_EXPORT CollectionControl : public Vex::Entity {
  public:
   class Notifiee : public Vex::NotifieeOf<CollectionControl> {
    public:

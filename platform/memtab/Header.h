@@ -13,6 +13,7 @@
 #include <string_view>
 
 #include "platform/memtab/Seqtab.h"
+#include "platform/vex/Export.h"
 
 namespace Memtab {
 
@@ -24,7 +25,7 @@ inline constexpr std::size_t kTypeNameBytes = 96;
 inline constexpr std::uint32_t kStateMounted = 1;   // the writer has the table open
 inline constexpr std::uint32_t kStateQuiesced = 2;  // the writer says its content is complete
 
-struct alignas(64) Header {
+struct FALMROUTE_EXPORT alignas(64) Header {
   std::uint64_t magic;
   std::uint32_t layoutVersion;
   std::uint32_t headerBytes;
@@ -48,7 +49,7 @@ struct alignas(64) Header {
 };
 
 // What a writer formats: everything but the live fields.
-struct Shape {
+struct FALMROUTE_EXPORT Shape {
   std::string_view typeName;
   std::uint32_t valueBytes = 0;
   std::uint32_t recordBytes = 0;
@@ -62,17 +63,17 @@ struct Shape {
 };
 
 // Fills a zeroed segment's header for shape and publishes it (magic last).
-Header* headerFormat(void* segment, Shape const& shape);
+FALMROUTE_EXPORT Header* headerFormat(void* segment, Shape const& shape);
 // The header of a segment a reader mapped, checked against what the reader
 // expects; null with *error naming the mismatch.
-Header const* headerAttach(void const* segment, std::size_t bytes, Shape const& expected, std::string* error);
+FALMROUTE_EXPORT Header const* headerAttach(void const* segment, std::size_t bytes, Shape const& expected, std::string* error);
 // The writer's pid recorded in a segment, 0 when it has no valid header.
-int headerOwnerPid(void const* segment, std::size_t bytes);
+FALMROUTE_EXPORT int headerOwnerPid(void const* segment, std::size_t bytes);
 // Whether the process that wrote the header still runs.
-bool headerWriterAlive(Header const& h);
+FALMROUTE_EXPORT bool headerWriterAlive(Header const& h);
 
 inline std::uint32_t headerState(Header const& h) { return Seqtab::load(h.state, std::memory_order_acquire); }
-void headerStateIs(Header& h, std::uint32_t bit, bool on);
+FALMROUTE_EXPORT void headerStateIs(Header& h, std::uint32_t bit, bool on);
 inline std::uint64_t headerGeneration(Header const& h) { return Seqtab::load(h.generation, std::memory_order_acquire); }
 inline void headerGenerationInc(Header& h) {
   Seqtab::store(h.generation, Seqtab::load(h.generation) + 1, std::memory_order_release);

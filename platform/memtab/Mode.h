@@ -10,6 +10,7 @@
 #include <ostream>
 
 #include "platform/vex/Enum.h"
+#include "platform/vex/Export.h"
 
 namespace Memtab {
 
@@ -24,11 +25,11 @@ enum class MountStatus : std::uint8_t { unmounted = 0, mounted = 1 };
 
 namespace Vex {
 template <>
-struct EnumTraits<Memtab::Mode> {
+struct FALMROUTE_EXPORT EnumTraits<Memtab::Mode> {
   static EnumType const& type();
 };
 template <>
-struct EnumTraits<Memtab::MountStatus> {
+struct FALMROUTE_EXPORT EnumTraits<Memtab::MountStatus> {
   static EnumType const& type();
 };
 }  // namespace Vex

@@ -24,6 +24,8 @@
 #include <string>
 #include <string_view>
 
+#include "platform/vex/Export.h"
+
 namespace Memtab {
 
 inline constexpr std::string_view kShmPrefix = "falmroute.";
@@ -31,15 +33,15 @@ inline constexpr std::string_view kShmDir = "/dev/shm/";
 inline constexpr std::size_t kMaxNameLength = 200;
 
 // Whether name can name a table; when not, why (for messages).
-bool nameValid(std::string_view name, std::string* why = nullptr);
+FALMROUTE_EXPORT bool nameValid(std::string_view name, std::string* why = nullptr);
 // "/falmroute.<name>", the POSIX object name.
-std::string shmName(std::string_view name);
+FALMROUTE_EXPORT std::string shmName(std::string_view name);
 // "/dev/shm/falmroute.<name>", where the object shows in the file system.
-std::string shmPath(std::string_view name);
+FALMROUTE_EXPORT std::string shmPath(std::string_view name);
 // Whether a process of that id runs (a writer that published a segment).
-bool processAlive(int pid);
+FALMROUTE_EXPORT bool processAlive(int pid);
 
-class Segment {
+class FALMROUTE_EXPORT Segment {
  public:
   Segment() = default;
   Segment(Segment&& other) noexcept;

@@ -31,11 +31,12 @@
 #include "platform/memtab/Header.h"
 #include "platform/memtab/Seqtab.h"
 #include "platform/vex/Assert.h"
+#include "platform/vex/Export.h"
 #include "platform/vex/HashColl.h"
 
 namespace Memtab {
 
-struct NoRecord {
+struct FALMROUTE_EXPORT NoRecord {
   friend bool operator==(NoRecord, NoRecord) { return true; }
 };
 

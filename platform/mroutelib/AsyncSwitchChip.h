@@ -51,6 +51,7 @@
 #include "platform/types/VlanIdOrNone.h"
 #include "platform/types/VrfName.h"
 #include "platform/vex/Entity.h"
+#include "platform/vex/Export.h"
 #include "platform/vex/Ptr.h"
 #include "platform/vex/Types.h"
 
@@ -60,7 +61,7 @@ class IpGenRouteKey;
 
 namespace MrouteLib {
 
-class AsyncSwitchChip : public Vex::Entity {
+class FALMROUTE_EXPORT AsyncSwitchChip : public Vex::Entity {
  public:
   using XactPtr = Vex::Ptr<Bolt::Xact const>;
   using OifSetPtr = Vex::Ptr<OifSet const>;

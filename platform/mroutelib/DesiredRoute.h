@@ -23,10 +23,11 @@
 #include "platform/net/IntfId.h"
 #include "platform/types/VlanIdOrNone.h"
 #include "platform/types/VrfName.h"
+#include "platform/vex/Export.h"
 
 namespace MrouteLib {
 
-class DesiredRoute {
+class FALMROUTE_EXPORT DesiredRoute {
  public:
   static constexpr std::uint16_t kRpaIdNone = 0xFFFF;
 

@@ -5,10 +5,11 @@
 // doSetMtableOifSet) without looking inside; each chip's library derives its
 // own record from it.
 #include "platform/vex/Entity.h"
+#include "platform/vex/Export.h"
 
 namespace MrouteLib {
 
-class MtableOifSet : public Vex::Entity {
+class FALMROUTE_EXPORT MtableOifSet : public Vex::Entity {
  public:
   MtableOifSet() = default;
 

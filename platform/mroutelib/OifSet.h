@@ -14,13 +14,14 @@
 
 #include "platform/mroutelib/PortVlanSet.h"
 #include "platform/vex/Entity.h"
+#include "platform/vex/Export.h"
 #include "platform/vex/Ptr.h"
 
 namespace MrouteLib {
 
 class OifSetRegistry;
 
-class OifSet final : public Vex::Entity {
+class FALMROUTE_EXPORT OifSet final : public Vex::Entity {
  public:
   static constexpr std::uint32_t kInvalidMcastId = 0xFFFFFFFF;
 

@@ -12,11 +12,12 @@
 #include "absl/container/flat_hash_set.h"
 #include "platform/mroutelib/OifSet.h"
 #include "platform/mroutelib/PortVlanSet.h"
+#include "platform/vex/Export.h"
 #include "platform/vex/Ptr.h"
 
 namespace MrouteLib {
 
-class OifSetRegistry : public Vex::RefCounted {
+class FALMROUTE_EXPORT OifSetRegistry : public Vex::RefCounted {
  public:
   OifSetRegistry() = default;
   ~OifSetRegistry() override;

@@ -16,11 +16,12 @@
 
 #include "platform/net/IntfId.h"
 #include "platform/types/VlanIdOrNone.h"
+#include "platform/vex/Export.h"
 #include "platform/vex/Strep.h"
 
 namespace MrouteLib {
 
-class PortVlan {
+class FALMROUTE_EXPORT PortVlan {
  public:
   PortVlan() = default;
   PortVlan(Netcore::IntfId port, Bridging::VlanIdOrNone vlan) : port_(port), vlan_(vlan) {}
@@ -51,13 +52,13 @@ class PortVlan {
   Bridging::VlanIdOrNone vlan_;
 };
 
-std::ostream& operator<<(std::ostream& os, PortVlan pv);
-void strepOut(std::ostream& os, PortVlan pv);
-PortVlan strepIn(Vex::StrepParser& p, Vex::StrepTag<PortVlan>);
+FALMROUTE_EXPORT std::ostream& operator<<(std::ostream& os, PortVlan pv);
+FALMROUTE_EXPORT void strepOut(std::ostream& os, PortVlan pv);
+FALMROUTE_EXPORT PortVlan strepIn(Vex::StrepParser& p, Vex::StrepTag<PortVlan>);
 
 }  // namespace MrouteLib
 
 template <>
-struct std::hash<MrouteLib::PortVlan> {
+struct FALMROUTE_EXPORT std::hash<MrouteLib::PortVlan> {
   std::size_t operator()(MrouteLib::PortVlan pv) const noexcept { return pv.hash(); }
 };

@@ -26,11 +26,12 @@
 #include "platform/mroutelib/PortVlan.h"
 #include "platform/net/IntfId.h"
 #include "platform/types/VlanIdOrNone.h"
+#include "platform/vex/Export.h"
 #include "platform/vex/Strep.h"
 
 namespace MrouteLib {
 
-class PortVlanSet {
+class FALMROUTE_EXPORT PortVlanSet {
  public:
   // Small sets, the common case, live inside the object: a lookup of a
   // shared set then reads one object instead of chasing one heap block per
@@ -144,12 +145,12 @@ class PortVlanSet {
   NatVlanColl natVlan_;
 };
 
-std::ostream& operator<<(std::ostream& os, PortVlanSet const& s);
+FALMROUTE_EXPORT std::ostream& operator<<(std::ostream& os, PortVlanSet const& s);
 // "Value('MrouteLib::PortVlanSet', ** {'portVlan': [...], 'portVlanFrr': [...],
 // 'natVlan': [...], 'toCpu': False, 'currentIif': '', 'currentIifType': 0,
 // 'intfId': '', 'notInHw': 0})", each member in its own strep form.
-void strepOut(std::ostream& os, PortVlanSet const& s);
-PortVlanSet strepIn(Vex::StrepParser& p, Vex::StrepTag<PortVlanSet>);
+FALMROUTE_EXPORT void strepOut(std::ostream& os, PortVlanSet const& s);
+FALMROUTE_EXPORT PortVlanSet strepIn(Vex::StrepParser& p, Vex::StrepTag<PortVlanSet>);
 
 template <class C, class V>
 void PortVlanSet::insertSorted(C& c, V const& v) {
@@ -167,6 +168,6 @@ void PortVlanSet::eraseSorted(C& c, V const& v) {
 }  // namespace MrouteLib
 
 template <>
-struct std::hash<MrouteLib::PortVlanSet> {
+struct FALMROUTE_EXPORT std::hash<MrouteLib::PortVlanSet> {
   std::size_t operator()(MrouteLib::PortVlanSet const& s) const noexcept { return s.hash(); }
 };

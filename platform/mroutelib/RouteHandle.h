@@ -11,11 +11,12 @@
 #include <ostream>
 #include <utility>
 
+#include "platform/vex/Export.h"
 #include "platform/vex/Strep.h"
 
 namespace MrouteLib {
 
-class RouteHandle {
+class FALMROUTE_EXPORT RouteHandle {
  public:
   static constexpr std::uint32_t kInvalidValue = 0xFFFFFFFF;
 
@@ -48,6 +49,6 @@ inline RouteHandle strepIn(Vex::StrepParser& p, Vex::StrepTag<RouteHandle>) {
 }  // namespace MrouteLib
 
 template <>
-struct std::hash<MrouteLib::RouteHandle> {
+struct FALMROUTE_EXPORT std::hash<MrouteLib::RouteHandle> {
   std::size_t operator()(MrouteLib::RouteHandle r) const noexcept { return std::hash<std::uint32_t>()(r.value()); }
 };

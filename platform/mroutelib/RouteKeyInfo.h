@@ -7,11 +7,12 @@
 #include <utility>
 
 #include "platform/types/VlanIdOrNone.h"
+#include "platform/vex/Export.h"
 #include "platform/vex/Strep.h"
 
 namespace MrouteLib {
 
-struct RouteKeyInfo {
+struct FALMROUTE_EXPORT RouteKeyInfo {
   std::uint32_t vrfId = 0;
   std::uint8_t routeKeyType = 0;         // a Routing::Multicast::Fib::RouteKeyType value
   Bridging::VlanIdOrNone acceptingVlan;  // none for a route without RPF check
@@ -28,8 +29,8 @@ struct RouteKeyInfo {
 // "Value('MrouteLib::RouteKeyInfo', ** {'vrfId': 0, 'routeKeyType': 1,
 // 'acceptingVlan': 10, 'bridge': False, 'fastdrop': False})"; operator<<
 // writes the same.
-void strepOut(std::ostream& os, RouteKeyInfo const& k);
-RouteKeyInfo strepIn(Vex::StrepParser& p, Vex::StrepTag<RouteKeyInfo>);
-std::ostream& operator<<(std::ostream& os, RouteKeyInfo const& k);
+FALMROUTE_EXPORT void strepOut(std::ostream& os, RouteKeyInfo const& k);
+FALMROUTE_EXPORT RouteKeyInfo strepIn(Vex::StrepParser& p, Vex::StrepTag<RouteKeyInfo>);
+FALMROUTE_EXPORT std::ostream& operator<<(std::ostream& os, RouteKeyInfo const& k);
 
 }  // namespace MrouteLib

@@ -76,11 +76,12 @@
 #include "platform/net/IntfId.h"
 #include "platform/types/VlanIdOrNone.h"
 #include "platform/types/VrfName.h"
+#include "platform/vex/Export.h"
 #include "platform/vex/Ptr.h"
 
 namespace MrouteLib {
 
-class RouteProgrammer : public Vex::RefCounted {
+class FALMROUTE_EXPORT RouteProgrammer : public Vex::RefCounted {
  public:
   // Failure codes written to RouteStatus::failureReason.
   static constexpr std::uint32_t kFailureNone = 0;

@@ -31,6 +31,7 @@
 #include "platform/types/VlanIdOrNone.h"
 #include "platform/types/VrfName.h"
 #include "platform/vex/Entity.h"
+#include "platform/vex/Export.h"
 #include "platform/vex/Ptr.h"
 #include "platform/vex/Types.h"
 
@@ -40,7 +41,7 @@ class IpGenRouteKey;
 
 namespace MrouteLib {
 
-class SwitchChip : public Vex::Entity {
+class FALMROUTE_EXPORT SwitchChip : public Vex::Entity {
  public:
   class Notifiee : public Vex::NotifieeOf<SwitchChip> {
    public:

@@ -2,6 +2,7 @@
 #include <cstdint>
 
 #include "platform/vex/Enum.h"
+#include "platform/vex/Export.h"
 
 namespace Netcore {
 
@@ -11,7 +12,7 @@ enum class AddressFamily : std::uint8_t { ipunknown = 0, ipv4 = 1, ipv6 = 2 };
 
 namespace Vex {
 template <>
-struct EnumTraits<Netcore::AddressFamily> {
+struct FALMROUTE_EXPORT EnumTraits<Netcore::AddressFamily> {
   static EnumType const& type();
 };
 }  // namespace Vex

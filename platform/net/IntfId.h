@@ -9,11 +9,12 @@
 #include <string>
 #include <string_view>
 
+#include "platform/vex/Export.h"
 #include "platform/vex/Strep.h"
 
 namespace Netcore {
 
-class IntfId {
+class FALMROUTE_EXPORT IntfId {
  public:
   enum class Kind : std::uint8_t { none = 0, ethernet = 1, vlan = 2, portChannel = 3, cpu = 4 };
 
@@ -42,13 +43,13 @@ class IntfId {
   std::uint32_t value_ = 0;
 };
 
-std::ostream& operator<<(std::ostream& os, IntfId i);
-void strepOut(std::ostream& os, IntfId i);
-IntfId strepIn(Vex::StrepParser& p, Vex::StrepTag<IntfId>);
+FALMROUTE_EXPORT std::ostream& operator<<(std::ostream& os, IntfId i);
+FALMROUTE_EXPORT void strepOut(std::ostream& os, IntfId i);
+FALMROUTE_EXPORT IntfId strepIn(Vex::StrepParser& p, Vex::StrepTag<IntfId>);
 
 }  // namespace Netcore
 
 template <>
-struct std::hash<Netcore::IntfId> {
+struct FALMROUTE_EXPORT std::hash<Netcore::IntfId> {
   std::size_t operator()(Netcore::IntfId i) const noexcept { return std::hash<std::uint32_t>()(i.value()); }
 };

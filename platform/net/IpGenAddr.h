@@ -11,11 +11,12 @@
 #include <string_view>
 
 #include "platform/net/AddressFamily.h"
+#include "platform/vex/Export.h"
 #include "platform/vex/Strep.h"
 
 namespace Netcore {
 
-class IpGenAddr {
+class FALMROUTE_EXPORT IpGenAddr {
  public:
   static constexpr std::string_view kNoneText = "none";
 
@@ -50,13 +51,13 @@ class IpGenAddr {
   AddressFamily af_ = AddressFamily::ipunknown;
 };
 
-std::ostream& operator<<(std::ostream& os, IpGenAddr const& a);
-void strepOut(std::ostream& os, IpGenAddr const& a);
-IpGenAddr strepIn(Vex::StrepParser& p, Vex::StrepTag<IpGenAddr>);
+FALMROUTE_EXPORT std::ostream& operator<<(std::ostream& os, IpGenAddr const& a);
+FALMROUTE_EXPORT void strepOut(std::ostream& os, IpGenAddr const& a);
+FALMROUTE_EXPORT IpGenAddr strepIn(Vex::StrepParser& p, Vex::StrepTag<IpGenAddr>);
 
 }  // namespace Netcore
 
 template <>
-struct std::hash<Netcore::IpGenAddr> {
+struct FALMROUTE_EXPORT std::hash<Netcore::IpGenAddr> {
   std::size_t operator()(Netcore::IpGenAddr const& a) const noexcept { return a.hash(); }
 };

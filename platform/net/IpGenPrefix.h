@@ -8,10 +8,11 @@
 #include <string_view>
 
 #include "platform/net/IpGenAddr.h"
+#include "platform/vex/Export.h"
 
 namespace Netcore {
 
-class IpGenPrefix {
+class FALMROUTE_EXPORT IpGenPrefix {
  public:
   IpGenPrefix() = default;
   IpGenPrefix(IpGenAddr const& addr, unsigned len);
@@ -40,13 +41,13 @@ class IpGenPrefix {
   std::uint8_t len_ = 0;
 };
 
-std::ostream& operator<<(std::ostream& os, IpGenPrefix const& p);
-void strepOut(std::ostream& os, IpGenPrefix const& p);
-IpGenPrefix strepIn(Vex::StrepParser& p, Vex::StrepTag<IpGenPrefix>);
+FALMROUTE_EXPORT std::ostream& operator<<(std::ostream& os, IpGenPrefix const& p);
+FALMROUTE_EXPORT void strepOut(std::ostream& os, IpGenPrefix const& p);
+FALMROUTE_EXPORT IpGenPrefix strepIn(Vex::StrepParser& p, Vex::StrepTag<IpGenPrefix>);
 
 }  // namespace Netcore
 
 template <>
-struct std::hash<Netcore::IpGenPrefix> {
+struct FALMROUTE_EXPORT std::hash<Netcore::IpGenPrefix> {
   std::size_t operator()(Netcore::IpGenPrefix const& p) const noexcept { return p.hash(); }
 };

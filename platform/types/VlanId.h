@@ -6,11 +6,12 @@
 #include <ostream>
 
 #include "platform/vex/Assert.h"
+#include "platform/vex/Export.h"
 #include "platform/vex/Strep.h"
 
 namespace Bridging {
 
-class VlanId {
+class FALMROUTE_EXPORT VlanId {
  public:
   VlanId() = default;  // VLAN 1, the default VLAN
   explicit VlanId(std::uint32_t v) : value_(check(v)) {}
@@ -33,6 +34,6 @@ inline VlanId strepIn(Vex::StrepParser& p, Vex::StrepTag<VlanId>) { return VlanI
 }  // namespace Bridging
 
 template <>
-struct std::hash<Bridging::VlanId> {
+struct FALMROUTE_EXPORT std::hash<Bridging::VlanId> {
   std::size_t operator()(Bridging::VlanId v) const noexcept { return v.value(); }
 };

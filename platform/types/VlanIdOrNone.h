@@ -6,10 +6,11 @@
 #include <ostream>
 
 #include "platform/types/VlanId.h"
+#include "platform/vex/Export.h"
 
 namespace Bridging {
 
-class VlanIdOrNone {
+class FALMROUTE_EXPORT VlanIdOrNone {
  public:
   VlanIdOrNone() = default;
   explicit VlanIdOrNone(std::uint32_t v) : value_(check(v)) {}
@@ -39,6 +40,6 @@ inline VlanIdOrNone strepIn(Vex::StrepParser& p, Vex::StrepTag<VlanIdOrNone>) {
 }  // namespace Bridging
 
 template <>
-struct std::hash<Bridging::VlanIdOrNone> {
+struct FALMROUTE_EXPORT std::hash<Bridging::VlanIdOrNone> {
   std::size_t operator()(Bridging::VlanIdOrNone v) const noexcept { return v.hash(); }
 };

@@ -7,11 +7,12 @@
 #include <string_view>
 
 #include "platform/vex/Assert.h"
+#include "platform/vex/Export.h"
 #include "platform/vex/Strep.h"
 
 namespace L3 {
 
-class VrfName {
+class FALMROUTE_EXPORT VrfName {
  public:
   static constexpr std::size_t maxLength = 100;
   VrfName() = default;
@@ -36,6 +37,6 @@ inline VrfName strepIn(Vex::StrepParser& p, Vex::StrepTag<VrfName>) { return Vrf
 }  // namespace L3
 
 template <>
-struct std::hash<L3::VrfName> {
+struct FALMROUTE_EXPORT std::hash<L3::VrfName> {
   std::size_t operator()(L3::VrfName const& v) const noexcept { return std::hash<std::string>()(v.stringValue()); }
 };

@@ -12,18 +12,19 @@
 
 #include "platform/upg/RapidJson.h"
 #include "platform/vex/Entity.h"
+#include "platform/vex/Export.h"
 #include "platform/vex/Types.h"
 
 namespace Upg {
 
 // The saved document is not JSON or not an object: there is nothing to hand
 // to any helper. The text says what is wrong and where.
-class RestoreError : public std::runtime_error {
+class FALMROUTE_EXPORT RestoreError : public std::runtime_error {
  public:
   explicit RestoreError(std::string const& what) : std::runtime_error(what) {}
 };
 
-class UpgPStoreHelper : public Vex::Entity {
+class FALMROUTE_EXPORT UpgPStoreHelper : public Vex::Entity {
  public:
   UpgPStoreHelper() = default;
   explicit UpgPStoreHelper(Vex::String storeName) : storeName_(std::move(storeName)) {}

@@ -42,12 +42,13 @@
 #include <vector>
 
 #include "platform/vex/Clock.h"
+#include "platform/vex/Export.h"
 #include "platform/vex/FileDescriptor.h"
 #include "platform/vex/TimeSource.h"
 
 namespace Vex {
 
-class ActivityManager {
+class FALMROUTE_EXPORT ActivityManager {
  public:
   explicit ActivityManager(std::unique_ptr<TimeSource> source = std::make_unique<VirtualTimeSource>());
   ~ActivityManager();

@@ -9,16 +9,18 @@
 #include <string>
 #include <string_view>
 
+#include "platform/vex/Export.h"
+
 namespace Vex {
 
 using FatalHandler = std::function<void(std::string const& text, char const* file, int line)>;
 
 // Installs a handler (null restores the default); returns the previous one.
-FatalHandler fatalHandlerIs(FatalHandler handler);
-[[noreturn]] void fatal(std::string const& text, char const* file = "", int line = 0);
+FALMROUTE_EXPORT FatalHandler fatalHandlerIs(FatalHandler handler);
+[[noreturn]] FALMROUTE_EXPORT void fatal(std::string const& text, char const* file = "", int line = 0);
 
 // What throwingFatalHandler throws: the asserted text, exactly.
-class FatalError : public std::logic_error {
+class FALMROUTE_EXPORT FatalError : public std::logic_error {
  public:
   FatalError(std::string const& text, char const* file, int line) : std::logic_error(text), file_(file), line_(line) {}
   char const* file() const { return file_; }
@@ -28,16 +30,16 @@ class FatalError : public std::logic_error {
   char const* file_;
   int line_;
 };
-void throwingFatalHandler(std::string const& text, char const* file, int line);
+FALMROUTE_EXPORT void throwingFatalHandler(std::string const& text, char const* file, int line);
 
 // A value outside the range of a value type ("VlanId::value < 1 or > 4094 not allowed").
-class RangeException : public std::range_error {
+class FALMROUTE_EXPORT RangeException : public std::range_error {
  public:
   explicit RangeException(std::string const& text) : std::range_error(text) {}
 };
 
 // A null given to a collection mutator.
-class NullPointerException : public std::invalid_argument {
+class FALMROUTE_EXPORT NullPointerException : public std::invalid_argument {
  public:
   explicit NullPointerException(std::string const& text) : std::invalid_argument(text) {}
 };

@@ -10,13 +10,14 @@
 #include <cstdint>
 
 #include "platform/vex/Entity.h"
+#include "platform/vex/Export.h"
 #include "platform/vex/Types.h"
 
 namespace Vex {
 
 class ActivityManager;
 
-class Clock : public Entity {
+class FALMROUTE_EXPORT Clock : public Entity {
  public:
   class Notifiee : public NotifieeOf<Clock> {
    public:

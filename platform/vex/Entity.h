@@ -13,6 +13,7 @@
 #include <type_traits>
 #include <vector>
 
+#include "platform/vex/Export.h"
 #include "platform/vex/Notifiee.h"
 #include "platform/vex/Ptr.h"
 
@@ -20,10 +21,10 @@ namespace Vex {
 
 namespace detail {
 // Queues a deferred delivery on the current activity manager, coalesced by key.
-void deferNotification(NotifieeBase* n, std::string key, std::function<void()> fire);
+FALMROUTE_EXPORT void deferNotification(NotifieeBase* n, std::string key, std::function<void()> fire);
 }  // namespace detail
 
-class Entity : public RefCounted {
+class FALMROUTE_EXPORT Entity : public RefCounted {
  public:
   Entity() = default;
   std::size_t notifieeCount() const;

@@ -12,11 +12,12 @@
 #include <utility>
 #include <vector>
 
+#include "platform/vex/Export.h"
 #include "platform/vex/Strep.h"
 
 namespace Vex {
 
-class EnumType {
+class FALMROUTE_EXPORT EnumType {
  public:
   struct Literal {
     std::int64_t value;
@@ -35,7 +36,7 @@ class EnumType {
 };
 
 // Every registered enumeration type by name.
-EnumType const* enumTypeByName(std::string_view typeName);
+FALMROUTE_EXPORT EnumType const* enumTypeByName(std::string_view typeName);
 
 // The text form of a value of a registered enum: its literal name, or the
 // number when it has no literal.

@@ -16,12 +16,13 @@
 #include <cstdint>
 
 #include "platform/vex/Entity.h"
+#include "platform/vex/Export.h"
 
 namespace Vex {
 
 class ActivityManager;
 
-class FileDescriptor : public Entity {
+class FALMROUTE_EXPORT FileDescriptor : public Entity {
  public:
   class Notifiee : public NotifieeOf<FileDescriptor> {
    public:

@@ -10,13 +10,14 @@
 // (reactor, handler, key).
 #include <cstdint>
 
+#include "platform/vex/Export.h"
 #include "platform/vex/Ptr.h"
 
 namespace Vex {
 
 class Entity;
 
-class NotifieeBase {
+class FALMROUTE_EXPORT NotifieeBase {
  public:
   NotifieeBase(NotifieeBase const&) = delete;
   NotifieeBase& operator=(NotifieeBase const&) = delete;

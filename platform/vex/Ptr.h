@@ -12,9 +12,11 @@
 #include <ostream>
 #include <utility>
 
+#include "platform/vex/Export.h"
+
 namespace Vex {
 
-class RefCounted {
+class FALMROUTE_EXPORT RefCounted {
  public:
   RefCounted() = default;
   RefCounted(RefCounted const&) = delete;

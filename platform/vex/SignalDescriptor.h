@@ -15,6 +15,7 @@
 #include <signal.h>
 
 #include "platform/vex/Entity.h"
+#include "platform/vex/Export.h"
 #include "platform/vex/FileDescriptor.h"
 #include "platform/vex/Ptr.h"
 
@@ -22,7 +23,7 @@ namespace Vex {
 
 class ActivityManager;
 
-class SignalDescriptor : public Entity {
+class FALMROUTE_EXPORT SignalDescriptor : public Entity {
  public:
   class Notifiee : public NotifieeOf<SignalDescriptor> {
    public:

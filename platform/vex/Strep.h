@@ -13,11 +13,12 @@
 #include <string_view>
 #include <type_traits>
 
+#include "platform/vex/Export.h"
 #include "platform/vex/Types.h"
 
 namespace Vex {
 
-class ParseError : public std::runtime_error {
+class FALMROUTE_EXPORT ParseError : public std::runtime_error {
  public:
   explicit ParseError(std::string const& what) : std::runtime_error(what) {}
 };
@@ -25,7 +26,7 @@ class ParseError : public std::runtime_error {
 template <class T>
 struct StrepTag {};
 
-class StrepParser {
+class FALMROUTE_EXPORT StrepParser {
  public:
   explicit StrepParser(std::string_view text) : text_(text) {}
   std::string_view rest() const { return text_.substr(pos_); }
@@ -49,23 +50,23 @@ class StrepParser {
 // Built-in forms: integers in decimal, bools True/False, doubles in their
 // shortest round-trip form (inf, -inf, nan), strings single-quoted with
 // backslash escapes.
-void strepOut(std::ostream& os, bool v);
-void strepOut(std::ostream& os, double v);
-void strepOut(std::ostream& os, std::string const& v);
+FALMROUTE_EXPORT void strepOut(std::ostream& os, bool v);
+FALMROUTE_EXPORT void strepOut(std::ostream& os, double v);
+FALMROUTE_EXPORT void strepOut(std::ostream& os, std::string const& v);
 // Without these a literal would print as a bool ("True").
-void strepOut(std::ostream& os, std::string_view v);
-void strepOut(std::ostream& os, char const* v);
+FALMROUTE_EXPORT void strepOut(std::ostream& os, std::string_view v);
+FALMROUTE_EXPORT void strepOut(std::ostream& os, char const* v);
 template <class I>
   requires(std::is_integral_v<I> && !std::is_same_v<I, bool>)
 void strepOut(std::ostream& os, I v) {
   os << +v;
 }
 
-bool strepIn(StrepParser& p, StrepTag<bool>);
-double strepIn(StrepParser& p, StrepTag<double>);
-std::string strepIn(StrepParser& p, StrepTag<std::string>);
-std::int64_t parseSigned(StrepParser& p);
-std::uint64_t parseUnsigned(StrepParser& p);
+FALMROUTE_EXPORT bool strepIn(StrepParser& p, StrepTag<bool>);
+FALMROUTE_EXPORT double strepIn(StrepParser& p, StrepTag<double>);
+FALMROUTE_EXPORT std::string strepIn(StrepParser& p, StrepTag<std::string>);
+FALMROUTE_EXPORT std::int64_t parseSigned(StrepParser& p);
+FALMROUTE_EXPORT std::uint64_t parseUnsigned(StrepParser& p);
 template <class I>
   requires(std::is_integral_v<I> && !std::is_same_v<I, bool>)
 I strepIn(StrepParser& p, StrepTag<I>) {
@@ -140,7 +141,7 @@ void strepScan(StrepParser& p, std::string_view templ, T&... fields) {
 }
 
 // Strep of a non-owning raw pointer: "RawPtr('Type', 0x...)".
-void strepOutRawPtr(std::ostream& os, char const* typeName, void const* p);
-void const* strepInRawPtr(StrepParser& p, char const* typeName);
+FALMROUTE_EXPORT void strepOutRawPtr(std::ostream& os, char const* typeName, void const* p);
+FALMROUTE_EXPORT void const* strepInRawPtr(StrepParser& p, char const* typeName);
 
 }  // namespace Vex

@@ -2,11 +2,12 @@
 // Where the event loop takes its time from.
 #include <chrono>
 
+#include "platform/vex/Export.h"
 #include "platform/vex/Types.h"
 
 namespace Vex {
 
-class TimeSource {
+class FALMROUTE_EXPORT TimeSource {
  public:
   virtual ~TimeSource() = default;
   virtual Seconds now() const = 0;
@@ -18,7 +19,7 @@ class TimeSource {
 };
 
 // Manual time for tests and simulation. Starts at the given time.
-class VirtualTimeSource : public TimeSource {
+class FALMROUTE_EXPORT VirtualTimeSource : public TimeSource {
  public:
   explicit VirtualTimeSource(Seconds start = 0.0) : now_(start) {}
   Seconds now() const override { return now_; }
@@ -32,7 +33,7 @@ class VirtualTimeSource : public TimeSource {
 };
 
 // Monotonic real time, in seconds since the source was made.
-class MonotonicTimeSource : public TimeSource {
+class FALMROUTE_EXPORT MonotonicTimeSource : public TimeSource {
  public:
   MonotonicTimeSource() : start_(std::chrono::steady_clock::now()) {}
   Seconds now() const override {

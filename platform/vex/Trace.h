@@ -13,11 +13,12 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/vex/Export.h"
 #include "platform/vex/Types.h"
 
 namespace Vex {
 
-struct TraceLine {
+struct FALMROUTE_EXPORT TraceLine {
   Seconds time;
   std::string handle;
   int level;
@@ -26,13 +27,13 @@ struct TraceLine {
   std::string text;
 };
 
-class TraceSink {
+class FALMROUTE_EXPORT TraceSink {
  public:
   virtual ~TraceSink() = default;
   virtual void write(TraceLine const& line) = 0;
 };
 
-class TraceHandle {
+class FALMROUTE_EXPORT TraceHandle {
  public:
   explicit TraceHandle(std::string name);
   std::string const& name() const { return name_; }
@@ -51,20 +52,20 @@ class TraceHandle {
 
 // The handle of that name, created on first use with the levels that
 // VEX_TRACE names for it. The reference stays valid for the process.
-TraceHandle& traceHandle(std::string_view name);
+FALMROUTE_EXPORT TraceHandle& traceHandle(std::string_view name);
 // Applies a VEX_TRACE-style setting ("A/0-5,B/*,C/3") to every handle, now and later.
-void traceSettingIs(std::string_view setting);
+FALMROUTE_EXPORT void traceSettingIs(std::string_view setting);
 
 // Sinks receive every written line. With no sink installed lines go to stderr.
-void traceSinkAdd(std::shared_ptr<TraceSink> sink);
-void traceSinkDel(std::shared_ptr<TraceSink> const& sink);
+FALMROUTE_EXPORT void traceSinkAdd(std::shared_ptr<TraceSink> sink);
+FALMROUTE_EXPORT void traceSinkDel(std::shared_ptr<TraceSink> const& sink);
 
-class StderrTraceSink : public TraceSink {
+class FALMROUTE_EXPORT StderrTraceSink : public TraceSink {
  public:
   void write(TraceLine const& line) override;
 };
 
-class FileTraceSink : public TraceSink {
+class FALMROUTE_EXPORT FileTraceSink : public TraceSink {
  public:
   explicit FileTraceSink(std::string const& path);
   ~FileTraceSink() override;
@@ -75,7 +76,7 @@ class FileTraceSink : public TraceSink {
 };
 
 // Keeps lines in memory; tests read them.
-class CaptureTraceSink : public TraceSink {
+class FALMROUTE_EXPORT CaptureTraceSink : public TraceSink {
  public:
   void write(TraceLine const& line) override { lines_.push_back(line); }
   std::vector<TraceLine> const& lines() const { return lines_; }
@@ -88,7 +89,7 @@ class CaptureTraceSink : public TraceSink {
   std::vector<TraceLine> lines_;
 };
 
-std::string formatTraceLine(TraceLine const& line);
+FALMROUTE_EXPORT std::string formatTraceLine(TraceLine const& line);
 
 }  // namespace Vex
 

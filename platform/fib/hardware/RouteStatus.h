@@ -14,6 +14,7 @@
 #include "platform/net/IntfId.h"
 #include "platform/types/VrfName.h"
 #include "platform/vex/Entity.h"
+#include "platform/vex/Export.h"
 #include "platform/vex/OrderedColl.h"
 #include "platform/vex/Types.h"
 
@@ -21,7 +22,7 @@ namespace Routing::Multicast::Fib::Hardware {
 
 class VrfStatus;
 
-class RouteStatus : public Vex::Entity {
+class FALMROUTE_EXPORT RouteStatus : public Vex::Entity {
  public:
   class Notifiee : public Vex::NotifieeOf<RouteStatus> {
    public:

@@ -14,12 +14,13 @@
 #include "platform/net/AddressFamily.h"
 #include "platform/types/VrfName.h"
 #include "platform/vex/Entity.h"
+#include "platform/vex/Export.h"
 #include "platform/vex/HashColl.h"
 #include "platform/vex/Ptr.h"
 
 namespace Routing::Multicast::Fib::Hardware {
 
-class Status : public Vex::Entity {
+class FALMROUTE_EXPORT Status : public Vex::Entity {
  public:
   class Notifiee : public Vex::NotifieeOf<Status> {
    public:

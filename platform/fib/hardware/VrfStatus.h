@@ -12,12 +12,13 @@
 #include "platform/fib/hardware/RouteStatus.h"
 #include "platform/types/VrfName.h"
 #include "platform/vex/Entity.h"
+#include "platform/vex/Export.h"
 #include "platform/vex/FlatHashColl.h"
 #include "platform/vex/Ptr.h"
 
 namespace Routing::Multicast::Fib::Hardware {
 
-class VrfStatus : public Vex::Entity {
+class FALMROUTE_EXPORT VrfStatus : public Vex::Entity {
  public:
   class Notifiee : public Vex::NotifieeOf<VrfStatus> {
    public:

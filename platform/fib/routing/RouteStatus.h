@@ -12,12 +12,13 @@
 #include "platform/types/VrfId.h"
 #include "platform/types/VrfName.h"
 #include "platform/vex/Entity.h"
+#include "platform/vex/Export.h"
 #include "platform/vex/OrderedColl.h"
 #include "platform/vex/Ptr.h"
 
 namespace Routing::Hardware {
 
-class RouteStatus : public Vex::Entity {
+class FALMROUTE_EXPORT RouteStatus : public Vex::Entity {
  public:
   class Notifiee : public Vex::NotifieeOf<RouteStatus> {
    public:

@@ -6,10 +6,11 @@
 #include "platform/types/VrfId.h"
 #include "platform/types/VrfName.h"
 #include "platform/vex/Entity.h"
+#include "platform/vex/Export.h"
 
 namespace Routing::Hardware {
 
-class VrfStatus : public Vex::Entity {
+class FALMROUTE_EXPORT VrfStatus : public Vex::Entity {
  public:
   class Notifiee : public Vex::NotifieeOf<VrfStatus> {
    public:
