@@ -9,6 +9,7 @@
 
 #include "Checks.h"
 #include "Flavours.h"
+#include "Outputs.h"
 #include "Platform.h"
 #include "ToyAsyncAgent.h"
 #include "async/AsyncMrouteSwitch.h"
@@ -17,7 +18,6 @@
 #include "async/MrouteCounterKeyMapTable.h"
 #include "platform/bolt/CounterKeyTable.h"
 #include "platform/mroutelib/OifSetRegistry.h"
-#include "platform/net/IpGenPrefix.h"
 #include "platform/vex/ActivityManager.h"
 
 namespace ToyChip {
@@ -41,11 +41,11 @@ class RouteLibraryPart {
  public:
   explicit RouteLibraryPart(Vex::Ptr<Fal::Mroute::AsyncMrouteSwitch> sw) : sw_(std::move(sw)) {}
 
-  ChipRoute const& routeIs(std::string const& source, std::string const& group, MrouteLib::PortVlanSet const& pvs) {
-    IpGenRouteKey const key{Netcore::IpGenPrefix(source), Netcore::IpGenPrefix(group)};
+  ChipRoute const& routeIs(char const* source, char const* group, MrouteLib::PortVlanSet const& pvs) {
+    IpGenRouteKey const k = key(source, group);
     MrouteLib::RouteKeyInfo info;
     info.vrfId = 0;
-    info.routeKeyType = static_cast<std::uint8_t>(key.kind());
+    info.routeKeyType = static_cast<std::uint8_t>(k.kind());
     info.acceptingVlan = Bridging::VlanIdOrNone(100);
 
     ChipRoute& r = routes_[source];
@@ -60,7 +60,7 @@ class RouteLibraryPart {
       return r;
     }
     // 2. The route.
-    sw_->doAllocateRoute(key, info.acceptingVlan, false, 0, Platform::kVrf, false);
+    sw_->doAllocateRoute(k, info.acceptingVlan, false, 0, Platform::kVrf, false);
     r.handle = sw_->routeHandle();
     if (r.handle.isNull()) {
       r.failure = sw_->mrouteFailureReason();
@@ -86,22 +86,6 @@ class RouteLibraryPart {
   Vex::Ptr<MrouteLib::OifSetRegistry> registry_ = Vex::make<MrouteLib::OifSetRegistry>();
   std::map<std::string, ChipRoute> routes_;
 };
-
-MrouteLib::PortVlanSet outputs(std::initializer_list<char const*> portVlans) {
-  MrouteLib::PortVlanSet pvs;
-  for (char const* pv : portVlans) pvs.portVlanIs(MrouteLib::PortVlan(pv));
-  return pvs;
-}
-
-// As in the synchronous half: for traffic arriving on Ethernet1, the
-// outputs on Ethernet2 give way to Ethernet4.300 should Ethernet1 fail.
-MrouteLib::PortVlanSet frrOutputs() {
-  MrouteLib::PortVlanSet pvs = outputs({"Ethernet2.300", "Ethernet3.300"});
-  pvs.currentIifIs(Netcore::IntfId::ethernet(1));
-  pvs.intfIdIs(Netcore::IntfId::ethernet(2));
-  pvs.portVlanFrrIs(MrouteLib::PortVlan("Ethernet4.300"));
-  return pvs;
-}
 
 }  // namespace
 

@@ -6,12 +6,12 @@
 #include "ChipText.h"
 #include "Checks.h"
 #include "Flavours.h"
+#include "Outputs.h"
 #include "Platform.h"
 #include "ToySyncAgent.h"
 #include "platform/mroutelib/DesiredRoute.h"
 #include "platform/mroutelib/OifSetRegistry.h"
 #include "platform/mroutelib/RouteProgrammer.h"
-#include "platform/net/IpGenPrefix.h"
 #include "platform/vex/ActivityManager.h"
 #include "sync/MrouteSm.h"
 #include "sync/MrouteSwitch.h"
@@ -24,27 +24,12 @@ namespace {
 using Routing::Multicast::Fib::IpGenRouteKey;
 using Programmer = MrouteLib::RouteProgrammer;
 
-IpGenRouteKey key(char const* source, char const* group) {
-  return IpGenRouteKey(Netcore::IpGenPrefix(source), Netcore::IpGenPrefix(group));
-}
-
-// A route of the default VRF accepting on VLAN 100 and sent to `outputs`
-// ("Ethernet2.200").
-MrouteLib::DesiredRoute route(IpGenRouteKey const& k, std::initializer_list<char const*> outputs) {
+// A route of the default VRF accepting on VLAN 100 and sent to `pvs`.
+MrouteLib::DesiredRoute route(IpGenRouteKey const& k, MrouteLib::PortVlanSet const& pvs) {
   MrouteLib::DesiredRoute r(Platform::kVrf, k);
   r.acceptingVlanIs(Bridging::VlanIdOrNone(100));
   r.acceptingIntfIdIs(Netcore::IntfId::vlan(100));
-  for (char const* pv : outputs) r.outputs().portVlanIs(MrouteLib::PortVlan(pv));
-  return r;
-}
-
-// Traffic arriving on Ethernet1 goes out of Ethernet2.300 and Ethernet3.300;
-// should Ethernet1 fail, the outputs on Ethernet2 give way to Ethernet4.300.
-MrouteLib::DesiredRoute frrRoute(IpGenRouteKey const& k) {
-  MrouteLib::DesiredRoute r = route(k, {"Ethernet2.300", "Ethernet3.300"});
-  r.outputs().currentIifIs(Netcore::IntfId::ethernet(1));
-  r.outputs().intfIdIs(Netcore::IntfId::ethernet(2));
-  r.outputs().portVlanFrrIs(MrouteLib::PortVlan("Ethernet4.300"));
+  r.outputsIs(pvs);
   return r;
 }
 
@@ -77,9 +62,9 @@ void runSyncFlavour(Checks& checks) {
   IpGenRouteKey const r1 = key("10.0.0.1/32", "239.1.1.1/32");
   IpGenRouteKey const r2 = key("10.0.0.2/32", "239.1.1.2/32");
   IpGenRouteKey const r3 = key("10.0.0.3/32", "239.1.1.3/32");
-  programmer->routeIs(route(r1, {"Ethernet2.200", "Ethernet3.200"}));
-  programmer->routeIs(route(r2, {"Ethernet2.200", "Ethernet3.200"}));
-  programmer->routeIs(route(r3, {"Ethernet4.300"}));
+  programmer->routeIs(route(r1, outputs({"Ethernet2.200", "Ethernet3.200"})));
+  programmer->routeIs(route(r2, outputs({"Ethernet2.200", "Ethernet3.200"})));
+  programmer->routeIs(route(r3, outputs({"Ethernet4.300"})));
   programmer->commit();
   p.l3MulticastRequest->multicastReviewPendingInc();  // the route owner tells the chips routes changed
   std::cout << "after three routes:\n";
@@ -96,8 +81,8 @@ void runSyncFlavour(Checks& checks) {
   // A full route table: the fifth route is parked, and its status says why.
   IpGenRouteKey const r4 = key("10.0.0.4/32", "239.1.1.4/32");
   IpGenRouteKey const r5 = key("10.0.0.5/32", "239.1.1.5/32");
-  programmer->routeIs(route(r4, {"Ethernet2.200", "Ethernet3.200"}));
-  programmer->routeIs(route(r5, {"Ethernet5.400"}));
+  programmer->routeIs(route(r4, outputs({"Ethernet2.200", "Ethernet3.200"})));
+  programmer->routeIs(route(r5, outputs({"Ethernet5.400"})));
   programmer->commit();
   p.l3MulticastRequest->multicastReviewPendingInc();
   auto const status5 = p.hwStatus->vrfStatus(Platform::kVrf)->route(r5);
@@ -127,7 +112,7 @@ void runSyncFlavour(Checks& checks) {
   // index, new outputs (doAllocateMtableOifSet with the entry's own index).
   IpGenRouteKey const r6 = key("10.0.0.6/32", "239.1.1.6/32");
   programmer->routeDel(Platform::kVrf, r4);
-  programmer->routeIs(frrRoute(r6));
+  programmer->routeIs(route(r6, frrOutputs()));
   programmer->commit();
   p.l3MulticastRequest->multicastReviewPendingInc();
   std::uint32_t const h6 = agent->table().routeHandle(keyText(r6));
