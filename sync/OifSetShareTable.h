@@ -14,12 +14,13 @@
 #include <cstddef>
 
 #include "platform/mroutelib/OifSet.h"
+#include "platform/vex/Export.h"
 
 namespace Fal {
 
 class MtableOifSet;
 
-class OifSetShareTable {
+class FALMROUTE_EXPORT OifSetShareTable {
  public:
   // owner: the switch's token in the sets' entry slots, an address that stays
   // its own while any set of the switch lives.

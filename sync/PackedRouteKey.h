@@ -17,10 +17,14 @@
 #include <cstdint>
 
 #include "platform/fib/IpGenRouteKey.h"
+#include "platform/vex/Export.h"
 
 namespace Fal {
 
-class PackedRouteKey {
+class PackedRouteKey;
+FALMROUTE_EXPORT bool operator==(PackedRouteKey const& a, PackedRouteKey const& b);
+
+class FALMROUTE_EXPORT PackedRouteKey {
  public:
   using IpGenRouteKey = Routing::Multicast::Fib::IpGenRouteKey;
 
