@@ -11,6 +11,13 @@
 // route key to route status holding the same routes, calling an empty
 // function (not inlined) per route, timed in the same iterations as the
 // review; `ratio` is review time / walk time per route.
+//
+// BM_AsyncAgingSlice: the asynchronous flavour's reviewer
+// (Fal::Mroute::AsyncMrouteSwitchRouteAgingSm over an AsyncMrouteSwitch with
+// the same routes programmed, no-op hooks) walking the same hardware status
+// in its slices of 256 routes until the review completes, beside the
+// synchronous review of the same routes in the same iterations: `async_ns`
+// and `sync_ns` per route, `ratio` = async / sync.
 #include <absl/container/flat_hash_map.h>
 
 #include <cstdint>
@@ -20,7 +27,11 @@
 
 #include <benchmark/benchmark.h>
 
+#include "async/AsyncMrouteSwitch.h"
+#include "async/AsyncMrouteSwitchRouteAgingSm.h"
 #include "bench/Anchor.h"
+#include "bench/AsyncNoopHooks.h"
+#include "platform/fib/routing/RouteStatus.h"
 #include "platform/vex/ActivityManager.h"
 #include "sync/MrouteSwitchSm.h"
 
@@ -96,13 +107,55 @@ struct World {
   absl::flat_hash_map<IpGenRouteKey, RouteStatus*> bare;  // the anchor's map of the same routes
 };
 
+// The asynchronous reviewer over the same routes and hardware status as w's
+// synchronous one, on a switch of its own with the routes programmed.
+struct AsyncAging {
+  explicit AsyncAging(World& w) {
+    for (std::uint32_t v = 0; v < kVrfs; ++v) routeStatus->vrfStatusIs(vrfName(v), v + 1);
+    sw = Fal::Mroute::asyncMrouteSwitchFactory("aging-bench", routeStatus, hooks);
+    for (std::uint32_t v = 0; v < kVrfs; ++v) {
+      L3::VrfName const vrf = vrfName(v);
+      for (auto it = w.hw4->vrfStatus(vrf)->routeIterator(); !it.done(); ++it) {
+        Bridging::VlanIdOrNone const vlan = w.intfVlan->intfIdToVlanId(it.value()->acceptingIntfId());
+        sw->doAllocateRoute(it.key(), vlan, false, 0, vrf, false);
+      }
+    }
+    // No clock: the bench runs each slice itself.
+    aging = Fal::Mroute::AsyncMrouteSwitchRouteAgingSm::AsyncMrouteSwitchRouteAgingSmIs(
+        Netcore::AddressFamily::ipv4, sw, w.intfVlan, nullptr, w.hw4, hooks, nullptr);
+  }
+  ~AsyncAging() {
+    aging = nullptr;
+    sw = nullptr;
+  }
+  AsyncAging(AsyncAging const&) = delete;
+  AsyncAging& operator=(AsyncAging const&) = delete;
+
+  // One whole review, slice after slice.
+  void review() {
+    do aging->doRouteAgingReview();
+    while (!aging->vrfBookmark().stringValue().empty());
+  }
+
+  Vex::Ptr<Routing::Hardware::RouteStatus> routeStatus = Vex::make<Routing::Hardware::RouteStatus>();
+  Vex::Ptr<FalBench::AsyncNoopHooks> hooks = Vex::make<FalBench::AsyncNoopHooks>();
+  Vex::Ptr<Fal::Mroute::AsyncMrouteSwitch> sw;
+  Vex::Ptr<Fal::Mroute::AsyncMrouteSwitchRouteAgingSm> aging;
+};
+
 // The anchor's per-route call: does nothing, and is not inlined.
 [[gnu::noinline]] void visitRoute(IpGenRouteKey const& key, RouteStatus* status) { benchmark::DoNotOptimize(status); }
+
+std::unique_ptr<AsyncAging>& asyncAging() {
+  static std::unique_ptr<AsyncAging> a;
+  return a;
+}
 
 // One world at a time: the 1M-route one needs the memory the 100K one holds.
 World& world(std::uint32_t routes) {
   static std::unique_ptr<World> w;
   if (!w || w->routes != routes) {
+    asyncAging().reset();
     w.reset();
     setenv("FAL_NOOP_AGENT", "1", 1);  // hooks this bench does not override do nothing
     w = std::make_unique<World>(routes);
@@ -137,6 +190,45 @@ void BM_AgingReview(benchmark::State& state) {
   FalBench::reportAgainstAnchor(state, lib, anchor, items);
 }
 BENCHMARK(BM_AgingReview)
+    ->ArgNames({"routes", "hit"})
+    ->Args({100'000, 0})
+    ->Args({100'000, 1})
+    ->Args({1'000'000, 0})
+    ->Args({1'000'000, 1})
+    ->Unit(benchmark::kMillisecond);
+
+// Args: routes, whether every route was hit since the last review.
+void BM_AsyncAgingSlice(benchmark::State& state) {
+  auto const routes = static_cast<std::uint32_t>(state.range(0));
+  World& w = world(routes);
+  if (!asyncAging()) asyncAging() = std::make_unique<AsyncAging>(w);
+  AsyncAging& a = *asyncAging();
+  w.helper->hit = a.hooks->hit = state.range(1) != 0;
+  if (a.sw->routeSize() != routes) state.SkipWithError("the asynchronous switch does not hold every route");
+  FalBench::CpuStopwatch async;
+  FalBench::CpuStopwatch sync;
+  for (auto _ : state) {
+    w.am.advanceBy(1.0);  // each pass stamps a new time
+    async.start();
+    a.review();
+    async.stop();
+    state.PauseTiming();
+    w.am.advanceBy(1.0);
+    sync.start();
+    w.sm->doRouteHitCacheRefresh();
+    sync.stop();
+    if (w.sm->routeAgingReviewInProgress()) {
+      state.SkipWithError("the synchronous review did not complete in one slice");
+      break;
+    }
+    state.ResumeTiming();
+  }
+  auto const items = static_cast<double>(state.iterations()) * routes;
+  state.SetItemsProcessed(static_cast<std::int64_t>(items));
+  if (a.aging->hitCount() != 0) state.SkipWithError("a review did not complete");
+  FalBench::reportRatio(state, async, sync, items, "async_ns", "sync_ns");
+}
+BENCHMARK(BM_AsyncAgingSlice)
     ->ArgNames({"routes", "hit"})
     ->Args({100'000, 0})
     ->Args({100'000, 1})

@@ -30,17 +30,24 @@ class CpuStopwatch {
   std::int64_t total_ = 0;
 };
 
+// Reports `<first>` and `<second>` (nanoseconds per item) and `ratio` =
+// first / second.
+inline void reportRatio(benchmark::State& state, CpuStopwatch const& first, CpuStopwatch const& second, double items,
+                        char const* firstName, char const* secondName) {
+  if (items <= 0 || second.seconds() <= 0) return;
+  double const firstNs = first.seconds() * 1e9 / items;
+  double const secondNs = second.seconds() * 1e9 / items;
+  state.counters[firstName] = firstNs;
+  state.counters[secondName] = secondNs;
+  state.counters["ratio"] = firstNs / secondNs;
+}
+
 // Reports `lib_ns` and `anchor_ns` (nanoseconds per item) and
 // `ratio` = lib / anchor: the library is `ratio` times slower than the bare
 // container (a speed of at least half the anchor's is a ratio of at most 2).
 inline void reportAgainstAnchor(benchmark::State& state, CpuStopwatch const& lib, CpuStopwatch const& anchor,
                                 double items) {
-  if (items <= 0 || anchor.seconds() <= 0) return;
-  double const libNs = lib.seconds() * 1e9 / items;
-  double const anchorNs = anchor.seconds() * 1e9 / items;
-  state.counters["lib_ns"] = libNs;
-  state.counters["anchor_ns"] = anchorNs;
-  state.counters["ratio"] = libNs / anchorNs;
+  reportRatio(state, lib, anchor, items, "lib_ns", "anchor_ns");
 }
 
 // The share lookup's anchor key: 16 bytes, a set's address and a chip.
