@@ -308,10 +308,14 @@ void AsyncMrouteSwitchRouteAgingSm::reviewRoute(RouteStatus& route, Fal::VrfId v
   AGING_TRACE(3, "doRouteAgingReview", " Reviewing " << key);
   if (route.flags() & RouteStatus::kFlagsMask) return;
   Bridging::VlanIdOrNone const vlan = vlanOf(route.acceptingIntfId());
-  AsyncMrouteSwitchRoute const* const programmed = mrouteSwitch_->route(key);
   // Without an accepting VLAN the route's own entry is polled only where it
-  // says so or where it was programmed with a rendezvous point.
-  if (!vlan.isNone() || route.pollWithoutVlan() || (programmed && programmed->rpaId != 0)) {
+  // says so or where it was programmed with a rendezvous point; the switch's
+  // record is looked up only then (a cold read per route at scale).
+  auto const programmedWithRp = [&] {
+    AsyncMrouteSwitchRoute const* const programmed = mrouteSwitch_->route(key);
+    return programmed && programmed->rpaId != 0;
+  };
+  if (!vlan.isNone() || route.pollWithoutVlan() || programmedWithRp()) {
     Vex::Seconds const t = lastRoutePollTime(*helper_, *mrouteSwitch_, key, vlan, vrfId);
     if (t > route.lastPollTime()) {
       AGING_TRACE(3, "doRouteAgingReview", " Updating activity bits for route: " << key);
