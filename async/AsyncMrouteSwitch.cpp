@@ -347,8 +347,9 @@ AsyncMrouteSwitch::XactPtr AsyncMrouteSwitch::doAllocateMtableOifSet(MrouteLib::
       it->second = oifSet;
       notify(&Notifiee::onMcastIdToOifSet, mcastId);
     }
+    // A live record shared as it is came from inUseOifSet itself.
+    VEX_ASSERT_MSG(inUseOifSet(oifSet.get()) == set.get(), "mtableOifSetLocal");
   }
-  VEX_ASSERT_MSG(inUseOifSet(oifSet.get()) == set.get(), "mtableOifSetLocal");
   mrouteHelper_->doScheduleVerify();
   XactPtr xact = mrouteHelper_->doGetXactForOifSet(set->multicastId());
   oifSetXactIs(oifSet.get(), xact);
@@ -363,8 +364,12 @@ Vex::Ptr<AsyncMtableOifSet> AsyncMrouteSwitch::shareMtableOifSet(OifSet const* o
   FAL_ASYNC_TRACE(2, "Found existing " << " mtableOifSet " << *found);
   if (!mrouteHelper_->mcastIdReusable(found->multicastId()) || found->dirty()) return nullptr;
   FAL_ASYNC_TRACE(2, "Found an existing oif set");
-  RING_TRACE("AsyncMrouteSwitch::doAllocateMtableOifSet", "Foung an existing oif set");
-  if (found->isZombie()) resurrect(*found);
+  RING_TRACE_TEXT("AsyncMrouteSwitch::doAllocateMtableOifSet", "Foung an existing oif set");
+  if (found->isZombie()) {
+    // Its reactors run: the record must still be the one shared.
+    resurrect(*found);
+    VEX_ASSERT_MSG(inUseOifSet(oifSet) == found.get(), "mtableOifSetLocal");
+  }
   return found;
 }
 
