@@ -38,11 +38,8 @@ namespace {
 constexpr char kRouteKeyHead[] = "Value('Routing::Multicast::Fib::IpGenRouteKey', ** {'source': ";
 constexpr char kCounterHead[] = "Value('Routing::Multicast::Fib::Counter', ** {'routeKey': ";
 
-void prettyPrefix(std::ostream& os, Netcore::IpGenPrefix const& p) {
-  if (p.isHost())
-    os << p.address();
-  else
-    os << p;
+void prettyPrefix(std::string& out, Netcore::IpGenPrefix const& p) {
+  out += p.isHost() ? p.address().stringValue() : p.stringValue();
 }
 }  // namespace
 
@@ -86,17 +83,18 @@ RouteKeyType IpGenRouteKey::kind() const {
   return v6 ? RouteKeyType::ipv6SG : RouteKeyType::ipv4SG;
 }
 
+// Built as a string: a stream per key cost more than the formatting itself
+// on paths that record every route they program.
 std::string IpGenRouteKey::pretty() const {
-  std::ostringstream os;
-  os << '(';
+  std::string out = "(";
   if (source_.len() == 0 && source_.address().isZero())
-    os << '*';
+    out += '*';
   else
-    prettyPrefix(os, source_);
-  os << ", ";
-  prettyPrefix(os, group_);
-  os << ')';
-  return os.str();
+    prettyPrefix(out, source_);
+  out += ", ";
+  prettyPrefix(out, group_);
+  out += ')';
+  return out;
 }
 
 std::size_t IpGenRouteKey::hash() const {

@@ -122,7 +122,8 @@ class FALMROUTE_EXPORT RingTrace {
 // would, into the ring's scratch buffer, without making one: building and
 // tearing down a stream (and its locale) on every record would cost more than
 // the event it records. Text, characters, integers and bool are appended
-// directly; anything else goes through a stream of its own operator<<.
+// directly; anything else through its own operator<< on a stream kept per
+// thread (see stream()).
 // Stream manipulators are refused: a record has no formatting state to carry.
 class FALMROUTE_EXPORT RingTraceText {
  public:
@@ -133,6 +134,24 @@ class FALMROUTE_EXPORT RingTraceText {
   RingTraceText& operator=(RingTraceText const&) = delete;
 
   std::string_view text() const { return out_; }
+
+ private:
+  // A stream made once per thread and reset to a fresh stream's state before
+  // each use: making one (and its locale) per piece cost more than the rest
+  // of a record.
+  static std::ostringstream& stream() {
+    static thread_local std::ostringstream os;
+    static thread_local std::ios_base::fmtflags const flags = os.flags();
+    os.str(std::string());
+    os.clear();
+    os.flags(flags);
+    os.width(0);
+    os.precision(6);
+    os.fill(' ');
+    return os;
+  }
+
+ public:
 
   RingTraceText& operator<<(std::string_view s) {
     out_.append(s);
@@ -173,9 +192,9 @@ class FALMROUTE_EXPORT RingTraceText {
     requires(!std::integral<T>) && (!std::is_convertible_v<T const&, std::string_view>) &&
             (!std::is_convertible_v<T const&, char const*>) && (!std::is_function_v<T>)
   RingTraceText& operator<<(T const& v) {
-    std::ostringstream os;
+    std::ostringstream& os = stream();
     os << v;
-    out_.append(os.str());
+    out_.append(os.view());
     return *this;
   }
 

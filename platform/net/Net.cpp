@@ -1,5 +1,6 @@
 #include <arpa/inet.h>
 
+#include <charconv>
 #include <cstring>
 
 #include "platform/net/AddressFamily.h"
@@ -72,7 +73,15 @@ bool IpGenAddr::isZero() const {
 
 std::string IpGenAddr::stringValue() const {
   char buf[INET6_ADDRSTRLEN];
-  if (isV4()) return inet_ntop(AF_INET, bytes_.data(), buf, sizeof buf);
+  if (isV4()) {
+    // Dotted decimal by hand: inet_ntop formats through sprintf.
+    char* p = buf;
+    for (std::size_t i = 0; i < 4; ++i) {
+      if (i) *p++ = '.';
+      p = std::to_chars(p, buf + sizeof buf, static_cast<unsigned>(bytes_[i])).ptr;
+    }
+    return std::string(buf, p);
+  }
   if (isV6()) return inet_ntop(AF_INET6, bytes_.data(), buf, sizeof buf);
   return std::string(kNoneText);
 }
