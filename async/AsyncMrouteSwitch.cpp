@@ -223,9 +223,11 @@ void AsyncMrouteSwitch::doAllocateRoute(IpGenRouteKey const& routeKey, Bridging:
   notify(&Notifiee::onInUseRouteHandleKey, handle);
 
   FAL_ASYNC_TRACE(7, "rh " << handle << " -> " << routeKey);
-  RING_TRACE("AsyncMrouteSwitch::doAllocateRoute", "MFGK key " << routeKey << " acceptingVlan " << acceptingVlanId
-                                                                << " vrf " << vrfId << " bridge " << bridgeAction
-                                                                << " rh " << handle);
+  // The route records read their numbers as integers and the key as its
+  // text: the ring appends those without a stream.
+  RING_TRACE("AsyncMrouteSwitch::doAllocateRoute", "MFGK key " << routeKey.pretty() << " acceptingVlan "
+                                                                << acceptingVlanId.value() << " vrf " << vrfId
+                                                                << " bridge " << bridgeAction << " rh " << handle.value());
   mrouteHelper_->doScheduleVerify();
 }
 
@@ -233,8 +235,9 @@ void AsyncMrouteSwitch::doDeleteRoute(RouteHandle routeHandle) {
   FAL_ASYNC_TRACE(8, callText("doDeleteRoute", routeHandle));
   InUseRouteHandleKey const key = inUseRouteHandleKey(routeHandle);
   FAL_ASYNC_TRACE(7, "rh " << routeHandle << " key " << key);
-  RING_TRACE("AsyncMrouteSwitch::doDeleteRoute", "MFGK rh " << routeHandle << " key " << key.routeKey
-                                                             << " acceptingVlan " << key.vlan << " vrf " << key.vrfId);
+  RING_TRACE("AsyncMrouteSwitch::doDeleteRoute", "MFGK rh " << routeHandle.value() << " key " << key.routeKey.pretty()
+                                                             << " acceptingVlan " << key.vlan.value() << " vrf "
+                                                             << key.vrfId);
   forgetRouteHandle(routeHandle);
   mrouteHelper_->doDeleteRoute(routeHandle);
   mrouteHelper_->doScheduleVerify();
@@ -394,7 +397,7 @@ AsyncMrouteSwitch::XactPtr AsyncMrouteSwitch::doSetMtableOifSet(RouteHandle rout
   FAL_ASYNC_TRACE(8, callText("doSetMtableOifSet", routeHandle, set, xact));
   VEX_ASSERT(mtableOifSet);
   FAL_ASYNC_TRACE(7, "rh " << routeHandle << " -> mt " << set->multicastId());
-  RING_TRACE("AsyncMrouteSwitch::doSetMtableOifSet", "MFGK rh " << routeHandle << " -> mt " << set->multicastId());
+  RING_TRACE("AsyncMrouteSwitch::doSetMtableOifSet", "MFGK rh " << routeHandle.value() << " -> mt " << set->multicastId());
   mrouteHelper_->doSetMtableOifSet(routeHandle, set->multicastId(), xact);
   set->usedInHwIs(true);
   mrouteHelper_->doScheduleVerify();
