@@ -120,10 +120,7 @@ Vex::Ptr<MrouteLib::OifSet const> AsyncMrouteSwitch::mcastIdToOifSet(std::uint32
   return it == mcastIdToOifSet_.end() ? nullptr : it->second;
 }
 
-AsyncMtableOifSet* AsyncMrouteSwitch::inUseOifSet(OifSet const* oifSet) const {
-  auto it = inUseOifSet_.find(oifSet);
-  return it == inUseOifSet_.end() ? nullptr : it->second;
-}
+AsyncMtableOifSet* AsyncMrouteSwitch::inUseOifSet(OifSet const* oifSet) const { return inUseOifSet_.find(oifSet); }
 
 AsyncMrouteSwitch::XactPtr AsyncMrouteSwitch::oifSetXact(OifSet const* oifSet) const {
   auto it = oifSetXact_.find(oifSet);
@@ -175,9 +172,7 @@ void AsyncMrouteSwitch::oifSetXactDel(OifSet const* oifSet) {
 
 void AsyncMrouteSwitch::mtableOifSetGone(AsyncMtableOifSet const* set) {
   OifSet const* const oifSet = set->oifSet().get();
-  auto it = inUseOifSet_.find(oifSet);
-  if (it == inUseOifSet_.end() || it->second != set) return;
-  inUseOifSet_.erase(it);
+  if (!inUseOifSet_.erase(oifSet, set)) return;
   oifSetXactDel(oifSet);
   notify(&Notifiee::onInUseOifSet, oifSet);
 }
@@ -343,7 +338,7 @@ AsyncMrouteSwitch::XactPtr AsyncMrouteSwitch::doAllocateMtableOifSet(MrouteLib::
     set = asyncMtableOifSetFactory(oifSet, pvs.toCpu(), mcastId, this);
     set->routeKeyTypeIs(routeKeyType);
     FAL_ASYNC_TRACE(7, "mtableOifSet " << *set);
-    inUseOifSet_[oifSet.get()] = set.get();
+    inUseOifSet_.set(oifSet.get(), set.get());
     notify(&Notifiee::onInUseOifSet, oifSet.get());
     if (frrRoute && frrMtableOifSet_.set(oifSet.get(), oifSet)) notify(&Notifiee::onFrrMtableOifSet, oifSet.get());
     if (auto [it, inserted] = mcastIdToOifSet_.try_emplace(mcastId, oifSet); inserted || it->second != oifSet) {
@@ -445,9 +440,8 @@ void AsyncMrouteSwitch::freeMtableOifSet(AsyncMtableOifSet& set) {
     OifSet const* const oifSet = set.oifSet().get();
     // Only while the entry still names this record: a successor under the
     // same OIF set (after a dirty or unreusable predecessor) keeps sharing.
-    if (auto it = inUseOifSet_.find(oifSet); it != inUseOifSet_.end() && it->second == &set) {
+    if (inUseOifSet_.erase(oifSet, &set)) {
       FAL_ASYNC_TRACE(2, "Delete oifset " << oifSet->pretty());
-      inUseOifSet_.erase(it);
       notify(&Notifiee::onInUseOifSet, oifSet);
       frrMtableOifSetDel(oifSet);
       frrProcessingOifSetDel(oifSet);

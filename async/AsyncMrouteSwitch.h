@@ -30,6 +30,7 @@
 
 #include "async/AsyncMtableOifSet.h"
 #include "model/AsyncMrouteHelper.h"
+#include "model/OifSetShareTable.h"
 #include "model/mroute/AsyncMrouteSwitchRoute.h"
 #include "model/mroute/InUseRouteHandleKey.h"
 #include "model/mroute/ZombieKey.h"
@@ -178,8 +179,10 @@ class FALMROUTE_EXPORT AsyncMrouteSwitch : public MrouteLib::AsyncSwitchChip {
   Vex::Ptr<FalHelper::AsyncMrouteHelper> mrouteHelper_;
   absl::flat_hash_map<IpGenRouteKey, RouteEntry> route_;
   absl::btree_map<std::uint32_t, Vex::Ptr<OifSet const>> mcastIdToOifSet_;
-  // Not counted: a record leaves when it is freed or destroyed.
-  absl::flat_hash_map<OifSet const*, AsyncMtableOifSet*> inUseOifSet_;
+  Vex::Ptr<Vex::BackLink<AsyncMrouteSwitch>> link_;
+  // Not counted: a record leaves when it is freed or destroyed. Keyed by the
+  // switch's link, whose address stays its own while any record holds it.
+  OifSetShareTable<AsyncMtableOifSet> inUseOifSet_{link_.get()};
   absl::flat_hash_map<OifSet const*, XactPtr> oifSetXact_;
   ZombieColl zombieOifSet_;
   FrrOifSetColl frrMtableOifSet_;
@@ -188,7 +191,6 @@ class FALMROUTE_EXPORT AsyncMrouteSwitch : public MrouteLib::AsyncSwitchChip {
   InUseRouteHandleKeyColl inUseRouteHandleKey_;
   // The route key of each handle recorded under another key (group ranges).
   absl::flat_hash_map<MrouteLib::RouteHandle, IpGenRouteKey> rangeRouteKey_;
-  Vex::Ptr<Vex::BackLink<AsyncMrouteSwitch>> link_;
   bool deleted_ = false;
   bool testKill_ = false;
 };

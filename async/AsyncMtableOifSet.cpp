@@ -13,10 +13,15 @@ AsyncMtableOifSet::AsyncMtableOifSet(Vex::Ptr<MrouteLib::OifSet const> oifSet, b
       toCpu_(toCpu) {}
 
 // The record was freed when its last reference went; asking again only
-// traces. Its switch must not keep naming it once it is gone.
+// traces. Its switch must not keep naming it once it is gone, nor its OIF
+// set once the switch went first.
 AsyncMtableOifSet::~AsyncMtableOifSet() {
   doCleanup();
-  if (auto* sw = mrouteSwitch()) sw->mtableOifSetGone(this);
+  if (auto* sw = mrouteSwitch()) {
+    sw->mtableOifSetGone(this);
+  } else if (oifSet_ && link_) {
+    oifSet_->entryDel(link_.get(), this);
+  }
 }
 
 void AsyncMtableOifSet::usedInHwIs(bool v) {

@@ -2,9 +2,11 @@
 // lookup at 1M routes, each beside the synchronous flavour's same step in the
 // same run, both with no-op hooks.
 //
-// One population holds both flavours: the same 1M OIF sets (one per route,
-// three outputs each), programmed once on a Fal::MrouteSwitch and once on a
-// Fal::Mroute::AsyncMrouteSwitch with the same route keys. The bench holds
+// One population holds both flavours: 1M routes, each with its own OIF set
+// (three outputs), programmed once on a Fal::MrouteSwitch and once on a
+// Fal::Mroute::AsyncMrouteSwitch with the same route keys and outputs. Each
+// flavour has its own registry's OIF sets, as one chip's library would: a
+// set keeps the entry of the first chip that programs it. The bench holds
 // each asynchronous route's record, as the route programmer's route does.
 //
 // RouteAdd: a batch of 1000 more routes, each sharing the set of a programmed
@@ -75,17 +77,20 @@ struct AsyncWorld {
   MrouteLib::RouteKeyInfo info;
   Vex::Ptr<Routing::Hardware::RouteStatus> routeStatus = Vex::make<Routing::Hardware::RouteStatus>();
   Vex::Ptr<AsyncNoopHooks> hooks = Vex::make<AsyncNoopHooks>();
+  Vex::Ptr<MrouteLib::OifSetRegistry> registry = Vex::make<MrouteLib::OifSetRegistry>();
   Vex::Ptr<Fal::Mroute::AsyncMrouteSwitch> sw;
 };
 
 struct Population {
   explicit Population(std::uint32_t routes) : sync(Hooks::noop, routes + 2 * kBatch + 16), routes(routes) {
     sets.reserve(routes);
+    asyncSets.reserve(routes);
     held.resize(routes);
     for (std::uint32_t i = 0; i < routes; ++i) {
       sets.push_back(sync.registry->oifSetIs(outputs(i)));
+      asyncSets.push_back(async.registry->oifSetIs(outputs(i)));
       if (sync.addRoute(routeKey(i), sets[i]).isNull()) ok = false;
-      if (async.addRoute(routeKey(i), sets[i], held[i]).isNull()) ok = false;
+      if (async.addRoute(routeKey(i), asyncSets[i], held[i]).isNull()) ok = false;
     }
     if (sync.sw->routeSize() != routes || async.sw->routeSize() != routes || async.sw->inUseOifSetSize() != routes) {
       ok = false;
@@ -97,7 +102,8 @@ struct Population {
   SyncWorld sync;  // first: its activity manager is the current one for both
   AsyncWorld async;
   std::uint32_t routes;
-  std::vector<OifSetPtr> sets;
+  std::vector<OifSetPtr> sets;       // the synchronous chip's
+  std::vector<OifSetPtr> asyncSets;  // the same outputs, the asynchronous chip's
   std::vector<AsyncSetPtr> held;  // each asynchronous route's record
   std::vector<IpGenRouteKey> batchKeys;
   std::vector<RouteHandle> batchHandles;
@@ -114,7 +120,7 @@ Population& population(std::uint32_t routes) {
   return *p;
 }
 
-OifSetPtr const& sharedSet(Population const& pop, std::uint32_t j) { return pop.sets[(j * 997U) % pop.routes]; }
+std::uint32_t sharedRoute(Population const& pop, std::uint32_t j) { return (j * 997U) % pop.routes; }
 
 void BM_AsyncRouteAdd(benchmark::State& state, std::uint32_t routes) {
   Population& pop = population(routes);
@@ -125,7 +131,7 @@ void BM_AsyncRouteAdd(benchmark::State& state, std::uint32_t routes) {
   for (auto _ : state) {
     async.start();
     for (std::uint32_t j = 0; j < kBatch; ++j) {
-      pop.batchHandles.push_back(pop.async.addRoute(pop.batchKeys[j], sharedSet(pop, j), pop.batchHeld[j]));
+      pop.batchHandles.push_back(pop.async.addRoute(pop.batchKeys[j], pop.asyncSets[sharedRoute(pop, j)], pop.batchHeld[j]));
     }
     async.stop();
     state.PauseTiming();
@@ -135,7 +141,7 @@ void BM_AsyncRouteAdd(benchmark::State& state, std::uint32_t routes) {
     for (auto& s : pop.batchHeld) s = nullptr;
     sync.start();
     for (std::uint32_t j = 0; j < kBatch; ++j) {
-      pop.batchHandles.push_back(pop.sync.addRoute(pop.batchKeys[j], sharedSet(pop, j)));
+      pop.batchHandles.push_back(pop.sync.addRoute(pop.batchKeys[j], pop.sets[sharedRoute(pop, j)]));
     }
     sync.stop();
     if (pop.sync.sw->routeSize() != pop.routes + kBatch) state.SkipWithError("a synchronous batch route was refused");
@@ -154,8 +160,13 @@ void BM_AsyncOifSetShare(benchmark::State& state, std::uint32_t routes) {
   if (!pop.ok) state.SkipWithError("the population was not fully programmed");
   pop.sync.l3Status->mrouteZombieEnabledIs(true);
   std::mt19937 rng(42);
-  std::vector<OifSetPtr> queries(kQueries);
-  for (auto& q : queries) q = pop.sets[rng() % pop.routes];
+  std::vector<OifSetPtr> queries;
+  std::vector<OifSetPtr> asyncQueries;
+  for (std::uint32_t q = 0; q < kQueries; ++q) {
+    std::uint32_t const i = rng() % pop.routes;
+    queries.push_back(pop.sets[i]);
+    asyncQueries.push_back(pop.asyncSets[i]);
+  }
   auto& asw = *pop.async.sw;
   auto& ssw = *pop.sync.sw;
   CpuStopwatch async;
@@ -166,7 +177,7 @@ void BM_AsyncOifSetShare(benchmark::State& state, std::uint32_t routes) {
     async.start();
     for (std::uint32_t q = 0; q < kShareRound; ++q) {
       benchmark::DoNotOptimize(
-          asw.doAllocateMtableOifSet(pop.async.info, queries[k], nullptr, MrouteLib::AsyncSwitchChip::kInvalidMulticastId, false)
+          asw.doAllocateMtableOifSet(pop.async.info, asyncQueries[k], nullptr, MrouteLib::AsyncSwitchChip::kInvalidMulticastId, false)
               .get());
       benchmark::DoNotOptimize(asw.oifSetResult().get());
       asw.oifSetResultIs(nullptr);

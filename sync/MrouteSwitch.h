@@ -20,6 +20,7 @@
 
 #include "model/MrouteSmHelper.h"
 #include "model/MtableOifSetPtr.h"
+#include "model/OifSetShareTable.h"
 #include "model/RouteKeyVlanId.h"
 #include "model/ZombieKey.h"
 #include "platform/fal/FalCommonSmData.h"
@@ -34,7 +35,6 @@
 #include "sync/DenseIdMap.h"
 #include "sync/MrouteSwitchLink.h"
 #include "sync/MtableOifSet.h"
-#include "sync/OifSetShareTable.h"
 #include "sync/Route.h"
 
 namespace Fal {
@@ -236,7 +236,7 @@ class FALMROUTE_EXPORT MrouteSwitch : public MrouteLib::SwitchChip {
   Vex::Ptr<MrouteSwitchLink> link_;
   // Keyed by the identity of the platform OIF set; the link is the switch's
   // token in the sets' entry slots.
-  OifSetShareTable inUseOifSet_{link_.get()};
+  OifSetShareTable<MtableOifSet> inUseOifSet_{link_.get()};
   L3::VrfName lastVrfName_;
   std::optional<VrfId> lastVrfId_;
   std::uint64_t lastVrfMapVersion_ = ~std::uint64_t{0};
