@@ -357,5 +357,22 @@ TEST_F(AsyncGroupTest, SwitchGoingAwayDeletesItsZombiesGroupsAndDetachesLiveReco
   EXPECT_EQ(deletes(), Calls{"doDeleteOifSet(1)"});
 }
 
+TEST_F(AsyncGroupTest, RecordThatOutlivesItsSwitchIsNotSharedByTheNextOne) {
+  auto held = rig.allocSet(oA);
+  ASSERT_TRUE(held);
+  rig.sw = nullptr;
+  rig.sw = Fal::Mroute::asyncMrouteSwitchFactory("chip2", rig.routeStatus, rig.helper);
+  auto const fresh = rig.allocSet(oA);
+  ASSERT_TRUE(fresh);
+  EXPECT_NE(fresh, held);
+  EXPECT_NE(fresh->multicastId(), held->multicastId());
+  held = nullptr;  // the old switch's record goes, without a switch to tell
+  // It took its place in the platform set with it: no later switch can find it there.
+  EXPECT_EQ(oA->entryOwner(), nullptr);
+  EXPECT_EQ(rig.allocSet(oA), fresh);
+  EXPECT_EQ(rig.sw->inUseOifSet(oA.get()), fresh.get());
+  EXPECT_EQ(rig.sw->inUseOifSetSize(), 1u);
+}
+
 }  // namespace
 }  // namespace FalTest
