@@ -163,6 +163,22 @@ World& world(std::uint32_t routes) {
   return *w;
 }
 
+// Both benches' cases: routes, whether every route was hit since the last review.
+void agingArgs(benchmark::internal::Benchmark* b) {
+  b->ArgNames({"routes", "hit"});
+  for (std::int64_t routes : {100'000, 1'000'000}) b->Args({routes, 0})->Args({routes, 1});
+}
+
+// One whole synchronous review at a new time, timed on sw; false when it
+// did not complete in its one slice.
+bool syncReview(World& w, FalBench::CpuStopwatch& sw) {
+  w.am.advanceBy(1.0);  // each pass stamps a new time
+  sw.start();
+  w.sm->doRouteHitCacheRefresh();
+  sw.stop();
+  return !w.sm->routeAgingReviewInProgress();
+}
+
 // Args: routes, whether every hit bit reads set.
 void BM_AgingReview(benchmark::State& state) {
   auto const routes = static_cast<std::uint32_t>(state.range(0));
@@ -171,11 +187,7 @@ void BM_AgingReview(benchmark::State& state) {
   FalBench::CpuStopwatch lib;
   FalBench::CpuStopwatch anchor;
   for (auto _ : state) {
-    w.am.advanceBy(1.0);  // each pass stamps a new time
-    lib.start();
-    w.sm->doRouteHitCacheRefresh();
-    lib.stop();
-    if (w.sm->routeAgingReviewInProgress()) {
+    if (!syncReview(w, lib)) {
       state.SkipWithError("the review did not complete in one slice");
       break;
     }
@@ -189,13 +201,7 @@ void BM_AgingReview(benchmark::State& state) {
   state.SetItemsProcessed(static_cast<std::int64_t>(items));
   FalBench::reportAgainstAnchor(state, lib, anchor, items);
 }
-BENCHMARK(BM_AgingReview)
-    ->ArgNames({"routes", "hit"})
-    ->Args({100'000, 0})
-    ->Args({100'000, 1})
-    ->Args({1'000'000, 0})
-    ->Args({1'000'000, 1})
-    ->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_AgingReview)->Apply(agingArgs)->Unit(benchmark::kMillisecond);
 
 // Args: routes, whether every route was hit since the last review.
 void BM_AsyncAgingSlice(benchmark::State& state) {
@@ -213,11 +219,7 @@ void BM_AsyncAgingSlice(benchmark::State& state) {
     a.review();
     async.stop();
     state.PauseTiming();
-    w.am.advanceBy(1.0);
-    sync.start();
-    w.sm->doRouteHitCacheRefresh();
-    sync.stop();
-    if (w.sm->routeAgingReviewInProgress()) {
+    if (!syncReview(w, sync)) {
       state.SkipWithError("the synchronous review did not complete in one slice");
       break;
     }
@@ -228,12 +230,6 @@ void BM_AsyncAgingSlice(benchmark::State& state) {
   if (a.aging->hitCount() != 0) state.SkipWithError("a review did not complete");
   FalBench::reportRatio(state, async, sync, items, "async_ns", "sync_ns");
 }
-BENCHMARK(BM_AsyncAgingSlice)
-    ->ArgNames({"routes", "hit"})
-    ->Args({100'000, 0})
-    ->Args({100'000, 1})
-    ->Args({1'000'000, 0})
-    ->Args({1'000'000, 1})
-    ->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_AsyncAgingSlice)->Apply(agingArgs)->Unit(benchmark::kMillisecond);
 
 }  // namespace
