@@ -2,45 +2,17 @@
 
 #include <algorithm>
 
+#include "platform/mroutelib/RouteProgrammerAsync.h"
+#include "platform/mroutelib/RouteProgrammerTrace.h"
 #include "platform/net/AddressFamily.h"
-#include "platform/vex/Trace.h"
 
 namespace MrouteLib {
 
-namespace {
-
-Vex::TraceHandle& trace() {
-  static Vex::TraceHandle& h = Vex::traceHandle("MrouteLib");
-  return h;
+Vex::Entity const* RouteProgrammer::ChipState::entity() const {
+  return chip ? static_cast<Vex::Entity const*>(chip.get()) : async->chip.get();
 }
 
-constexpr char const* kSource = "RouteProgrammer";
-
-constexpr std::uint8_t retryBit(std::uint32_t failure) { return static_cast<std::uint8_t>(1U << (failure - 1)); }
-
-}  // namespace
-
-// Watches one chip's free flags and kick. Each handler only turns the change
-// into a retry trigger for the programmer, which decides whether it can run now.
-class RouteProgrammer::VexSwitchChip final : public SwitchChip::Notifiee {
- public:
-  VexSwitchChip(RouteProgrammer* programmer, ChipState* state) : programmer_(programmer), state_(state) {}
-
-  void onMtableFree() override {
-    if (notifier()->mtableFree()) programmer_->retryTriggerIs(*state_, retryBit(kFailureReplicationTableFull));
-  }
-  void onMrouteTcamFree() override {
-    if (notifier()->mrouteTcamFree()) programmer_->retryTriggerIs(*state_, retryBit(kFailureRouteTableFull));
-  }
-  void onBoundaryTcamFree() override {
-    if (notifier()->boundaryTcamFree()) programmer_->retryTriggerIs(*state_, retryBit(kFailureBoundaryTableFull));
-  }
-  void onMrouteReviewKick() override { programmer_->retryTriggerIs(*state_, kRetryKick); }
-
- private:
-  RouteProgrammer* programmer_;  // not owned: the programmer owns this reactor
-  ChipState* state_;             // not owned: the chip's state owns this reactor
-};
+Vex::Name const& RouteProgrammer::ChipState::name() const { return chip ? chip->name() : async->chip->name(); }
 
 RouteProgrammer::RouteProgrammer(Vex::Ptr<OifSetRegistry> registry, Vex::Ptr<HardwareStatus> v4Status,
                                  Vex::Ptr<HardwareStatus> v6Status)
@@ -50,9 +22,9 @@ RouteProgrammer::RouteProgrammer(Vex::Ptr<OifSetRegistry> registry, Vex::Ptr<Har
 
 RouteProgrammer::~RouteProgrammer() = default;
 
-std::size_t RouteProgrammer::slotOf(SwitchChip const* chip) const {
+std::size_t RouteProgrammer::slotOf(Vex::Entity const* chip) const {
   for (std::size_t i = 0; i < chips_.size(); ++i) {
-    if (chips_[i]->chip.get() == chip) return i;
+    if (chips_[i]->entity() == chip) return i;
   }
   return kNoSlot;
 }
@@ -65,57 +37,7 @@ std::vector<RouteProgrammer::RouteMap::value_type*> RouteProgrammer::routesInWan
   return out;
 }
 
-void RouteProgrammer::switchChipIs(Vex::Ptr<SwitchChip> chip) {
-  if (!chip || slotOf(chip.get()) != kNoSlot) return;
-  BusyScope busy(*this);
-  auto state = std::make_unique<ChipState>();
-  state->chip = chip;
-  state->reactor = std::make_unique<VexSwitchChip>(this, state.get());
-  state->reactor->notifierIs(chip);
-  ChipState& cs = *state;
-  chips_.push_back(std::move(state));
-  std::size_t const slot = chips_.size() - 1;
-  VEX_TRACE(trace(), 2, kSource, "switchChipIs " << chip->name() << ", routes: " << routes_.size());
-  for (auto* route : routesInWantedOrder()) {
-    auto& [id, rec] = *route;
-    rec.chip.emplace_back();
-    programOnChip(slot, id, rec, false);
-    writeStatus(id, rec);
-  }
-  if (!routes_.empty()) {
-    ++programmingCalls_;
-    chip->doCommitRouteBatch();
-  }
-  runRetries(cs);
-}
-
-void RouteProgrammer::switchChipDel(Vex::Ptr<SwitchChip> const& chip) {
-  std::size_t const slot = slotOf(chip.get());
-  if (slot == kNoSlot) return;
-  BusyScope busy(*this);
-  // Nothing this chip says from here on matters.
-  chips_[slot]->reactor->notifierIs(nullptr);
-  VEX_TRACE(trace(), 2, kSource, "switchChipDel " << chip->name());
-  bool called = false;
-  auto const ordered = routesInWantedOrder();
-  for (auto* route : ordered) {
-    auto& [id, rec] = *route;
-    ChipRoute const& cr = rec.chip[slot];
-    if (!cr.handle.isNull()) {
-      ++programmingCalls_;
-      chip->doDeleteRoute(cr.handle);
-      called = true;
-    }
-    if (cr.failure != kFailureNone && --rec.parkedChips == 0) --routesParked_;
-    rec.chip.erase(rec.chip.begin() + static_cast<std::ptrdiff_t>(slot));
-  }
-  if (called) {
-    ++programmingCalls_;
-    chip->doCommitRouteBatch();
-  }
-  chips_.erase(chips_.begin() + static_cast<std::ptrdiff_t>(slot));
-  for (auto const* route : ordered) writeStatus(route->first, route->second);
-}
+std::size_t RouteProgrammer::routesProgrammed() const { return chips_.empty() ? 0 : routes_.size() - routesUnsettled_; }
 
 void RouteProgrammer::routeIs(DesiredRoute const& route) {
   BusyScope busy(*this);
@@ -146,6 +68,12 @@ void RouteProgrammer::routeIs(DesiredRoute const& route) {
   rec.bridge = route.bridge();
   rec.fastdrop = route.fastdrop();
   rec.noRpf = route.noRpf();
+  // Whoever watches the status for routes (an asynchronous aging review,
+  // when a handle appears) finds the new one, not programmed yet, before the
+  // chips are asked.
+  if (inserted) {
+    if (auto* status = statusOf(id.key)) status->vrfStatusIs(id.vrfName)->routeIs(id.key)->acceptingIntfIdIs(rec.acceptingIntfId);
+  }
   for (std::size_t slot = 0; slot < chips_.size(); ++slot) programOnChip(slot, id, rec, reAdd);
   writeStatus(id, rec);
 }
@@ -156,14 +84,7 @@ void RouteProgrammer::routeDel(L3::VrfName const& vrfName, Routing::Multicast::F
   BusyScope busy(*this);
   RouteId const& id = it->first;
   RouteRecord& rec = it->second;
-  for (std::size_t slot = 0; slot < chips_.size(); ++slot) {
-    ChipRoute& cr = rec.chip[slot];
-    if (!cr.handle.isNull()) {
-      ++programmingCalls_;
-      chips_[slot]->chip->doDeleteRoute(std::exchange(cr.handle, invalidRouteHandle));
-    }
-    chipFailureIs(slot, id, rec, kFailureNone);
-  }
+  for (std::size_t slot = 0; slot < chips_.size(); ++slot) routeDelOnChip(slot, id, rec);
   if (auto* status = statusOf(id.key)) {
     if (auto vrf = status->vrfStatus(id.vrfName)) vrf->routeDel(id.key);
   }
@@ -172,11 +93,22 @@ void RouteProgrammer::routeDel(L3::VrfName const& vrfName, Routing::Multicast::F
 
 void RouteProgrammer::commit() {
   BusyScope busy(*this);
-  for (std::size_t slot = 0; slot < chips_.size(); ++slot) {
+  for (auto const& cs : chips_) {
+    if (!cs->chip) continue;
     ++programmingCalls_;
-    chips_[slot]->chip->doCommitRouteBatch();
+    cs->chip->doCommitRouteBatch();
   }
-  for (std::size_t slot = 0; slot < chips_.size(); ++slot) runRetries(*chips_[slot]);
+  for (auto const& cs : chips_) {
+    if (cs->chip) runRetries(*cs);
+  }
+}
+
+void RouteProgrammer::programOnChip(std::size_t slot, RouteId const& id, RouteRecord& rec, bool reAdd) {
+  if (chips_[slot]->async) {
+    programOnAsyncChip(slot, id, rec);
+  } else {
+    programOnSyncChip(slot, id, rec, reAdd);
+  }
 }
 
 RouteProgrammer::RouteRecord const* RouteProgrammer::record(L3::VrfName const& vrfName,
@@ -185,7 +117,7 @@ RouteProgrammer::RouteRecord const* RouteProgrammer::record(L3::VrfName const& v
   return it == routes_.end() ? nullptr : &it->second;
 }
 
-RouteHandle RouteProgrammer::routeHandle(SwitchChip const* chip, L3::VrfName const& vrfName,
+RouteHandle RouteProgrammer::routeHandle(Vex::Entity const* chip, L3::VrfName const& vrfName,
                                          Routing::Multicast::Fib::IpGenRouteKey const& key) const {
   std::size_t const slot = slotOf(chip);
   auto const* rec = record(vrfName, key);
@@ -197,105 +129,39 @@ OifSetPtr RouteProgrammer::oifSet(L3::VrfName const& vrfName, Routing::Multicast
   return rec ? rec->oifSet : OifSetPtr();
 }
 
-std::uint32_t RouteProgrammer::failureReason(SwitchChip const* chip, L3::VrfName const& vrfName,
+std::uint32_t RouteProgrammer::failureReason(Vex::Entity const* chip, L3::VrfName const& vrfName,
                                              Routing::Multicast::Fib::IpGenRouteKey const& key) const {
   std::size_t const slot = slotOf(chip);
   auto const* rec = record(vrfName, key);
   return rec && slot != kNoSlot ? rec->chip[slot].failure : kFailureNone;
 }
 
-Vex::Ptr<MtableOifSet> RouteProgrammer::allocateMtableOifSet(SwitchChip& chip, OifSetPtr const& oifSet) {
-  ++programmingCalls_;
-  chip.doAllocateMtableOifSet(oifSet);
-  Vex::Ptr<MtableOifSet> set = chip.oifSetResult();
-  // The result attribute would otherwise keep the set alive after its last
-  // route has gone, and the chip could never zombie or free it.
-  chip.oifSetResultIs(nullptr);
-  return set;
+RouteProgrammer::Parked& RouteProgrammer::parkedOf(ChipState& cs, std::uint32_t failure) {
+  return cs.async ? cs.async->parked : cs.parked[failure - 1];
 }
 
-void RouteProgrammer::programOnChip(std::size_t slot, RouteId const& id, RouteRecord& rec, bool reAdd) {
-  SwitchChip& chip = *chips_[slot]->chip;
-  ChipRoute& cr = rec.chip[slot];
-  if (!reAdd && !rec.bridge && !cr.handle.isNull() && cr.bound == rec.oifSet) {
-    // Parked while its outputs were elsewhere; now they are back to those it
-    // still replicates through (an entry the chip may have rewritten for
-    // fast reroute meanwhile): nothing to program.
-    VEX_TRACE(trace(), 5, kSource,
-              "Route back on its bound outputs: " << id.vrfName << ' ' << id.key << ", switch: " << chip.name());
-    chipFailureIs(slot, id, rec, kFailureNone);
-    return;
-  }
-  // Allocated before a re-added route is deleted, so that the route's own
-  // set is shared rather than freed and allocated again.
-  Vex::Ptr<MtableOifSet> set;
-  if (!rec.bridge) set = allocateMtableOifSet(chip, rec.oifSet);
-
-  if (!cr.handle.isNull() && !reAdd) {
-    if (rec.bridge) {
-      chipFailureIs(slot, id, rec, kFailureNone);
-      return;
-    }
-    if (!set) {
-      // Keeps replicating to its old set until the new one fits.
-      VEX_TRACE(trace(), 2, kSource,
-                "Parking route, no oif set: " << id.vrfName << ' ' << id.key << ", switch: " << chip.name());
-      chipFailureIs(slot, id, rec, kFailureReplicationTableFull);
-      return;
-    }
-    ++programmingCalls_;
-    chip.doSetMtableOifSet(cr.handle, set);
-    cr.bound = rec.oifSet;
-    chipFailureIs(slot, id, rec, kFailureNone);
-    return;
-  }
-
-  if (!cr.handle.isNull()) {
-    ++programmingCalls_;
-    chip.doDeleteRoute(std::exchange(cr.handle, invalidRouteHandle));
-    cr.bound = nullptr;
-  }
-  if (!rec.bridge && !set) {
-    VEX_TRACE(trace(), 2, kSource,
-              "Parking route, no oif set: " << id.vrfName << ' ' << id.key << ", switch: " << chip.name());
-    chipFailureIs(slot, id, rec, kFailureReplicationTableFull);
-    return;
-  }
-  ++programmingCalls_;
-  chip.doAllocateRoute(id.key, rec.acceptingVlan, rec.bridge, set, rec.fastdrop, rec.noRpf, rec.rpaId, id.vrfName);
-  RouteHandle const handle = chip.handleResult();
-  if (handle.isNull()) {
-    std::uint8_t failure = kFailureOther;
-    if (rec.bridge && !chip.boundaryTcamFree()) failure = kFailureBoundaryTableFull;
-    if (!rec.bridge && !chip.mrouteTcamFree()) failure = kFailureRouteTableFull;
-    VEX_TRACE(trace(), 2, kSource,
-              "Parking route, no handle: " << id.vrfName << ' ' << id.key << ", switch: " << chip.name()
-                                           << ", failure: " << int{failure});
-    chipFailureIs(slot, id, rec, failure);
-    return;
-  }
-  cr.handle = handle;
-  if (set) {
-    ++programmingCalls_;
-    chip.doSetMtableOifSet(handle, set);
-    cr.bound = rec.oifSet;
-  }
-  chipFailureIs(slot, id, rec, kFailureNone);
+void RouteProgrammer::settledCount(RouteRecord const& rec, bool before) {
+  bool const now = unsettled(rec);
+  if (now && !before) ++routesUnsettled_;
+  if (!now && before) --routesUnsettled_;
 }
 
-void RouteProgrammer::chipFailureIs(std::size_t slot, RouteId const& id, RouteRecord& rec, std::uint8_t failure) {
+void RouteProgrammer::chipFailureIs(std::size_t slot, RouteId const& id, RouteRecord& rec, std::uint32_t failure) {
   ChipRoute& cr = rec.chip[slot];
   if (cr.failure == failure) return;
   ChipState& cs = *chips_[slot];
+  bool const before = unsettled(rec);
   if (cr.failure != kFailureNone) {
-    cs.parked[cr.failure - 1].erase(rec.wanted);
+    parkedOf(cs, cr.failure).erase(rec.wanted);
     if (--rec.parkedChips == 0) --routesParked_;
   }
   cr.failure = failure;
   if (failure != kFailureNone) {
-    cs.parked[failure - 1].emplace(rec.wanted, id);
+    parkedOf(cs, failure).emplace(rec.wanted, id);
     if (rec.parkedChips++ == 0) ++routesParked_;
+    if (cs.async) asyncRetryArm(cs);
   }
+  settledCount(rec, before);
 }
 
 RouteProgrammer::HardwareStatus* RouteProgrammer::statusOf(Routing::Multicast::Fib::IpGenRouteKey const& key) const {
@@ -316,51 +182,7 @@ void RouteProgrammer::writeStatus(RouteId const& id, RouteRecord const& rec) {
   route->acceptingIntfIdIs(rec.acceptingIntfId);
   // The reason first, so that whoever watches programmed reads the reason that goes with it.
   route->failureReasonIs(failure);
-  route->programmedIs(!chips_.empty() && rec.parkedChips == 0);
-}
-
-void RouteProgrammer::retryTriggerIs(ChipState& cs, std::uint8_t bits) {
-  cs.pendingRetry |= bits;
-  if (!busy_) runRetries(cs);
-}
-
-void RouteProgrammer::runRetries(ChipState& cs) {
-  BusyScope busy(*this);
-  // The first pass serves the triggers at hand; further ones serve what
-  // the passes themselves triggered. What is left waits for the next
-  // trigger or commit.
-  for (int round = 0; round <= kMaxRetryRounds && cs.pendingRetry != 0; ++round) {
-    retryPass(cs, std::exchange(cs.pendingRetry, std::uint8_t{0}));
-  }
-}
-
-void RouteProgrammer::retryPass(ChipState& cs, std::uint8_t bits) {
-  SwitchChip& chip = *cs.chip;
-  bool const kick = (bits & kRetryKick) != 0;
-  bool const allowed[4] = {
-      kick || ((bits & retryBit(kFailureReplicationTableFull)) && chip.mtableFree()),
-      kick || ((bits & retryBit(kFailureRouteTableFull)) && chip.mrouteTcamFree()),
-      kick || ((bits & retryBit(kFailureBoundaryTableFull)) && chip.boundaryTcamFree()),
-      kick,
-  };
-  // A snapshot, in the order the routes were wanted whatever their failure:
-  // routes parked again by this pass wait for the next trigger.
-  absl::btree_map<std::uint64_t, RouteId> work;
-  for (std::size_t i = 0; i < 4; ++i) {
-    if (allowed[i]) work.insert(cs.parked[i].begin(), cs.parked[i].end());
-  }
-  if (work.empty()) return;
-  std::size_t const slot = slotOf(&chip);
-  VEX_TRACE(trace(), 5, kSource, "Retrying parked routes: " << work.size() << ", switch: " << chip.name());
-  for (auto const& [wanted, id] : work) {
-    auto it = routes_.find(id);
-    if (it == routes_.end() || it->second.chip[slot].failure == kFailureNone) continue;
-    ++retries_;
-    programOnChip(slot, it->first, it->second, false);
-    writeStatus(it->first, it->second);
-  }
-  ++programmingCalls_;
-  chip.doCommitRouteBatch();
+  route->programmedIs(!chips_.empty() && !unsettled(rec));
 }
 
 }  // namespace MrouteLib

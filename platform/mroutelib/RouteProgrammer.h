@@ -1,14 +1,15 @@
 #pragma once
 // The route programmer: takes the multicast routes their owner wants in
-// hardware and programs them on every switch chip through
-// MrouteLib::SwitchChip.
+// hardware and programs them on every switch chip, through
+// MrouteLib::SwitchChip (synchronous chips) or MrouteLib::AsyncSwitchChip
+// (chips whose changes are transactions that complete later).
 //
 // Sharing. Every distinct output set is one OifSet of the registry; the
 // programmer holds the OifSet of each of its routes, so all routes with the
 // same outputs hand every chip the same object and the chip shares one
 // replication entry among them.
 //
-// Calling order on a chip, for one route:
+// Calling order on a synchronous chip, for one route:
 //   doAllocateMtableOifSet(oifSet), then oifSetResult() is taken and cleared;
 //   doAllocateRoute(key, acceptingVlan, bridge, set, fastdrop, noRpf, rpaId,
 //                   vrfName), then handleResult() is read;
@@ -19,27 +20,52 @@
 // set, deletes the route (doDeleteRoute) and adds it again. commit() ends a
 // batch with doCommitRouteBatch on every chip.
 //
-// Ownership of a chip's set. Between its allocation and the bind the set is
-// held by a local reference only; once bound, the chip's route is its only
-// holder here. So when the last route leaves a set, the chip sees it go and
-// can keep it as a zombie or free it; the programmer never keeps one alive.
+// Ownership of a synchronous chip's set. Between its allocation and the bind
+// the set is held by a local reference only; once bound, the chip's route is
+// its only holder here. So when the last route leaves a set, the chip sees it
+// go and can keep it as a zombie or free it; the programmer never keeps one
+// alive.
+//
+// Asynchronous chips. For one route: doAllocateMtableOifSet(info, oifSet,
+// null, kInvalidMulticastId, frr) gives the group (oifSetResult, taken and
+// cleared) and its transaction; doAllocateRoute(key, acceptingVlan or none
+// for noRpf, bridge, rpaId, vrfName, fastdrop) gives the handle at once; once
+// the group's transaction has completed, doSetMtableOifSet(handle, group,
+// groupXact) binds the route and gives the ingress transaction; once that
+// one has completed the route is programmed on the chip. Nothing blocks:
+// each step is taken when the transaction it waits for completes, from the
+// event loop (at once when it already has). A route has at most one
+// transaction outstanding per chip; a change that arrives meanwhile is
+// programmed when it completes. The route holds the group its chip's route
+// is bound to, and the group being bound, so a group is only given back
+// (doDeleteRoute first, then the reference dropped; the chip keeps it as a
+// zombie or frees it) once no ingress entry points at it or is being bound
+// to it. A re-point keeps the old binding until the new one has completed.
 //
 // Failures. A route that a chip could not program is parked on that chip
-// with a failure code (kFailure*): no OIF set (replication table), no handle
-// while the chip's route or boundary table is full, or no handle for another
-// reason. A route whose new outputs found no set keeps its old set
-// programmed on that chip but is parked until the new one fits, or until its
-// outputs change back to those it still replicates through. Parked routes
-// are retried when the chip's matching free flag (mtableFree, mrouteTcamFree,
-// boundaryTcamFree) comes back true, and all of a chip's parked routes when
-// its mrouteReviewKick moves. A trigger that arrives while the programmer is
-// itself calling the chips (inside routeIs, routeDel, commit, a retry) is
-// remembered and served at the end of commit(), or of the retry in progress.
-// A trigger arriving from outside retries at once, from the reactor, in the
-// chip's notification: a chip raises its flags and moves its kick only where
-// it can take new calls. Each retry pass visits a parked route once and ends
-// with doCommitRouteBatch on that chip; triggers raised by a pass run at most
-// kMaxRetryRounds further passes.
+// with a failure code. Synchronous chips: kFailure* (no OIF set (replication
+// table), no handle while the chip's route or boundary table is full, or no
+// handle for another reason). Asynchronous chips: the chip's own code, from
+// mrouteFailureReason() when it allocated no group or no route, or from
+// doGetOifSetXactFailureReason / doGetIngressXactFailureReason when a
+// transaction failed. A route whose new outputs found no set keeps its old
+// set programmed on that chip but is parked until the new one fits, or until
+// its outputs change back to those it still replicates through.
+//
+// Retries. Routes parked on a synchronous chip are retried when the chip's
+// matching free flag (mtableFree, mrouteTcamFree, boundaryTcamFree) comes
+// back true, and all of them when its mrouteReviewKick moves. A trigger that
+// arrives while the programmer is itself calling the chips (inside routeIs,
+// routeDel, commit, a retry) is remembered and served at the end of commit(),
+// or of the retry in progress. A trigger arriving from outside retries at
+// once, from the reactor, in the chip's notification: a chip raises its flags
+// and moves its kick only where it can take new calls. Each retry pass visits
+// a parked route once and ends with doCommitRouteBatch on that chip; triggers
+// raised by a pass run at most kMaxRetryRounds further passes. Routes parked
+// on an asynchronous chip (which has no flags) are retried every
+// asyncRetryInterval() while any is parked there, and at once when
+// retryParked(chip) is called; a parked route keeps its failure until a
+// retry has programmed it. The chips never retry on their own.
 //
 // Order. Whatever the programmer does route by route (programming a chip that
 // is added, deleting from one that goes, retrying parked routes, and so which
@@ -49,9 +75,11 @@
 // Status. Each route's hardware route status in its family's
 // Hardware::Status (vrfStatusIs(vrfName)->routeIs(key)) records its
 // acceptingIntfId, programmed (true only when every chip holds the route as
-// desired; false while there is no chip) and failureReason (the code of the
-// first chip, in the order chips were added, where it is parked). routeDel
-// removes the route status. A null status leaves that family unrecorded.
+// desired with no transaction outstanding; false while there is no chip) and
+// failureReason (the code of the first chip, in the order chips were added,
+// where it is parked). A new route's status exists before any chip is asked
+// for it. routeDel removes the route status. A null status leaves that family
+// unrecorded.
 //
 // Not re-entrant: a chip must not call back into the programmer from the
 // calls it receives. Destroying the programmer leaves the chips' routes as
@@ -68,6 +96,8 @@
 #include "absl/container/inlined_vector.h"
 #include "platform/fib/IpGenRouteKey.h"
 #include "platform/fib/hardware/Status.h"
+#include "platform/fib/routing/RouteStatus.h"
+#include "platform/mroutelib/AsyncSwitchChip.h"
 #include "platform/mroutelib/DesiredRoute.h"
 #include "platform/mroutelib/OifSet.h"
 #include "platform/mroutelib/OifSetRegistry.h"
@@ -78,6 +108,7 @@
 #include "platform/types/VrfName.h"
 #include "platform/vex/Export.h"
 #include "platform/vex/Ptr.h"
+#include "platform/vex/Types.h"
 
 namespace MrouteLib {
 
@@ -91,8 +122,11 @@ class FALMROUTE_EXPORT RouteProgrammer : public Vex::RefCounted {
   static constexpr std::uint32_t kFailureOther = 4;
   // Further retry passes one trigger may lead to.
   static constexpr int kMaxRetryRounds = 4;
+  // Between retries of the routes parked on an asynchronous chip.
+  static constexpr Vex::Seconds kDefaultAsyncRetryInterval = 1.0;
 
   using HardwareStatus = Routing::Multicast::Fib::Hardware::Status;
+  using XactPtr = Vex::Ptr<Bolt::Xact const>;
 
   RouteProgrammer(Vex::Ptr<OifSetRegistry> registry, Vex::Ptr<HardwareStatus> v4Status,
                   Vex::Ptr<HardwareStatus> v6Status);
@@ -101,10 +135,23 @@ class FALMROUTE_EXPORT RouteProgrammer : public Vex::RefCounted {
   // Adds a chip and programs every route on it (ending with its
   // doCommitRouteBatch); a chip already added changes nothing.
   void switchChipIs(Vex::Ptr<SwitchChip> chip);
+  // Adds an asynchronous chip and starts programming every route on it.
+  // vrfIds gives the VRF ids the chip's groups are allocated for (the
+  // chip's own VRF status; null: 0).
+  void switchChipIs(Vex::Ptr<AsyncSwitchChip> chip, Vex::Ptr<Routing::Hardware::RouteStatus const> vrfIds);
   // Deletes every route from the chip, commits it and stops driving it.
   void switchChipDel(Vex::Ptr<SwitchChip> const& chip);
-  bool switchChip(SwitchChip const* chip) const { return slotOf(chip) != kNoSlot; }
+  // Deletes every route from the chip and stops driving it; what it was
+  // waiting for there is forgotten.
+  void switchChipDel(Vex::Ptr<AsyncSwitchChip> const& chip);
+  bool switchChip(Vex::Entity const* chip) const { return slotOf(chip) != kNoSlot; }
   std::size_t switchChipSize() const { return chips_.size(); }
+
+  // Retries now the routes parked on an asynchronous chip (its agent says
+  // room came back or failures stopped).
+  void retryParked(AsyncSwitchChip const* chip);
+  Vex::Seconds asyncRetryInterval() const { return asyncRetryInterval_; }
+  void asyncRetryIntervalIs(Vex::Seconds s) { asyncRetryInterval_ = s; }
 
   // Adds the route, or brings a known one to this description. A route
   // described as it already is makes no call.
@@ -116,19 +163,27 @@ class FALMROUTE_EXPORT RouteProgrammer : public Vex::RefCounted {
   std::size_t routeSize() const { return routes_.size(); }
 
   // The route's handle on chip; invalid when the chip does not hold it.
-  RouteHandle routeHandle(SwitchChip const* chip, L3::VrfName const& vrfName,
+  RouteHandle routeHandle(Vex::Entity const* chip, L3::VrfName const& vrfName,
                           Routing::Multicast::Fib::IpGenRouteKey const& key) const;
   // The shared output set the route is programmed with; null for a boundary
   // entry or an unknown route.
   OifSetPtr oifSet(L3::VrfName const& vrfName, Routing::Multicast::Fib::IpGenRouteKey const& key) const;
   // The route's failure code on chip (kFailureNone when programmed there).
-  std::uint32_t failureReason(SwitchChip const* chip, L3::VrfName const& vrfName,
+  std::uint32_t failureReason(Vex::Entity const* chip, L3::VrfName const& vrfName,
                               Routing::Multicast::Fib::IpGenRouteKey const& key) const;
 
-  // Routes programmed on every chip (0 while there is no chip).
-  std::size_t routesProgrammed() const { return chips_.empty() ? 0 : routes_.size() - routesParked_; }
+  // Routes programmed on every chip, with no transaction outstanding (0
+  // while there is no chip).
+  std::size_t routesProgrammed() const;
   // Routes parked on at least one chip.
   std::size_t routesParked() const { return routesParked_; }
+  // Routes waiting for a transaction on at least one chip.
+  std::size_t routesWaiting() const { return routesWaiting_; }
+  // The longest a route waited on one asynchronous chip, from the first call
+  // of an attempt to program it to the completion that ended the attempt.
+  Vex::Seconds longestWait() const { return longestWait_; }
+  // Groups asynchronous chips handed to routes (new, shared or brought back).
+  std::uint64_t groupAllocations() const { return groupAllocations_; }
   // Retry attempts of one parked route on one chip, since construction.
   std::uint64_t retries() const { return retries_; }
   // Calls made on the chips (every do* operation), since construction.
@@ -153,7 +208,7 @@ class FALMROUTE_EXPORT RouteProgrammer : public Vex::RefCounted {
   // current outputs could not be programmed: it still replicates to its old set.
   struct ChipRoute {
     RouteHandle handle;
-    std::uint8_t failure = kFailureNone;
+    std::uint32_t failure = kFailureNone;
     // The outputs the chip's route is bound to; null while it is bound to none.
     OifSetPtr bound;
   };
@@ -165,6 +220,7 @@ class FALMROUTE_EXPORT RouteProgrammer : public Vex::RefCounted {
     Bridging::VlanIdOrNone acceptingVlan;
     std::uint16_t rpaId = DesiredRoute::kRpaIdNone;
     std::uint16_t parkedChips = 0;
+    std::uint16_t waitingChips = 0;  // asynchronous chips with a transaction outstanding
     bool bridge = false;
     bool fastdrop = false;
     bool noRpf = false;
@@ -172,11 +228,23 @@ class FALMROUTE_EXPORT RouteProgrammer : public Vex::RefCounted {
   using RouteMap = absl::flat_hash_map<RouteId, RouteRecord>;
 
   class VexSwitchChip;
+  struct AsyncChip;
+  struct AsyncRoute;
+  class XactWait;
+  class VexRetryClock;
+  using Parked = absl::btree_map<std::uint64_t, RouteId>;  // route ids by when they were wanted
   struct ChipState {
+    ChipState();
+    ~ChipState();
+    Vex::Entity const* entity() const;
+    Vex::Name const& name() const;
+
+    // One of the two.
     Vex::Ptr<SwitchChip> chip;
+    std::unique_ptr<AsyncChip> async;
     std::unique_ptr<VexSwitchChip> reactor;
-    // Parked route ids by when they were wanted, by failure code - 1.
-    std::array<absl::btree_map<std::uint64_t, RouteId>, 4> parked;
+    // Synchronous chips: parked route ids, by failure code - 1.
+    std::array<Parked, 4> parked;
     std::uint8_t pendingRetry = 0;
   };
 
@@ -194,18 +262,46 @@ class FALMROUTE_EXPORT RouteProgrammer : public Vex::RefCounted {
     bool outer_;
   };
 
-  std::size_t slotOf(SwitchChip const* chip) const;
+  std::size_t slotOf(Vex::Entity const* chip) const;
   // Every route, in the order they were wanted.
   std::vector<RouteMap::value_type*> routesInWantedOrder();
   RouteRecord const* record(L3::VrfName const& vrfName, Routing::Multicast::Fib::IpGenRouteKey const& key) const;
   void programOnChip(std::size_t slot, RouteId const& id, RouteRecord& rec, bool reAdd);
+  void routeDelOnChip(std::size_t slot, RouteId const& id, RouteRecord& rec);
+  void chipFailureIs(std::size_t slot, RouteId const& id, RouteRecord& rec, std::uint32_t failure);
+  // Counts the route's change of parked or waiting chips (before: unsettled before it).
+  void settledCount(RouteRecord const& rec, bool before);
+  static bool unsettled(RouteRecord const& rec) { return rec.parkedChips > 0 || rec.waitingChips > 0; }
+  Parked& parkedOf(ChipState& cs, std::uint32_t failure);
+
+  // ---- synchronous chips ----
+  void programOnSyncChip(std::size_t slot, RouteId const& id, RouteRecord& rec, bool reAdd);
   Vex::Ptr<MtableOifSet> allocateMtableOifSet(SwitchChip& chip, OifSetPtr const& oifSet);
-  void chipFailureIs(std::size_t slot, RouteId const& id, RouteRecord& rec, std::uint8_t failure);
   void writeStatus(RouteId const& id, RouteRecord const& rec);
   HardwareStatus* statusOf(Routing::Multicast::Fib::IpGenRouteKey const& key) const;
   void retryTriggerIs(ChipState& cs, std::uint8_t bits);
   void runRetries(ChipState& cs);
   void retryPass(ChipState& cs, std::uint8_t bits);
+
+  // ---- asynchronous chips ----
+  void programOnAsyncChip(std::size_t slot, RouteId const& id, RouteRecord& rec);
+  // Takes the next step of an attempt: allocates what is missing and binds,
+  // or waits. fresh: a new attempt begins.
+  void asyncStep(ChipState& cs, std::size_t slot, RouteRecord& rec, AsyncRoute& ar, bool fresh);
+  void asyncBind(ChipState& cs, std::size_t slot, RouteRecord& rec, AsyncRoute& ar, XactPtr const& groupXact);
+  void asyncBound(ChipState& cs, std::size_t slot, RouteRecord& rec, AsyncRoute& ar, XactPtr const& ingressXact);
+  // Ends an attempt with failure (kFailureNone: programmed as wanted), and
+  // begins the next when the route changed meanwhile.
+  void asyncAttemptEnd(ChipState& cs, std::size_t slot, RouteRecord& rec, AsyncRoute& ar, std::uint32_t failure);
+  // Waits for xact; then runs then(xact). False when it has completed
+  // already: nothing is waited for, the caller goes on.
+  bool asyncWait(ChipState& cs, RouteRecord& rec, AsyncRoute& ar, XactPtr const& xact, bool ingress);
+  void asyncXactDone(ChipState& cs, std::uint64_t wanted, bool ingress, XactPtr const& xact);
+  void asyncWaitEnd(RouteRecord& rec, AsyncRoute& ar);
+  RouteKeyInfo routeKeyInfo(ChipState const& cs, RouteId const& id, RouteRecord const& rec) const;
+  void asyncRetryArm(ChipState& cs);
+  void asyncRetryPass(ChipState& cs);
+  Vex::Seconds now() const;
 
   Vex::Ptr<OifSetRegistry> registry_;
   Vex::Ptr<HardwareStatus> v4Status_;
@@ -214,7 +310,12 @@ class FALMROUTE_EXPORT RouteProgrammer : public Vex::RefCounted {
   RouteMap routes_;
   std::vector<std::unique_ptr<ChipState>> chips_;
   std::size_t routesParked_ = 0;
+  std::size_t routesWaiting_ = 0;
+  std::size_t routesUnsettled_ = 0;  // parked or waiting somewhere
   std::uint64_t routesWanted_ = 0;
+  std::uint64_t groupAllocations_ = 0;
+  Vex::Seconds longestWait_ = 0;
+  Vex::Seconds asyncRetryInterval_ = kDefaultAsyncRetryInterval;
   std::uint64_t retries_ = 0;
   std::uint64_t programmingCalls_ = 0;
   bool busy_ = false;

@@ -1,0 +1,288 @@
+// The route programmer's asynchronous chips: programming through
+// MrouteLib::AsyncSwitchChip one transaction at a time, waiting for each on
+// the event loop, and the retries of parked routes.
+#include "platform/mroutelib/RouteProgrammerAsync.h"
+
+#include <algorithm>
+
+#include "platform/mroutelib/RouteProgrammerTrace.h"
+#include "platform/vex/ActivityManager.h"
+
+namespace MrouteLib {
+
+namespace {
+
+// The route programmer's "none"; the chip's route table has 0 for it.
+std::uint16_t asyncRpaId(std::uint16_t rpaId) { return rpaId == DesiredRoute::kRpaIdNone ? 0 : rpaId; }
+
+}  // namespace
+
+Vex::Seconds RouteProgrammer::now() const {
+  auto* am = Vex::ActivityManager::current();
+  return am ? am->now() : 0.0;
+}
+
+void RouteProgrammer::switchChipIs(Vex::Ptr<AsyncSwitchChip> chip, Vex::Ptr<Routing::Hardware::RouteStatus const> vrfIds) {
+  if (!chip || slotOf(chip.get()) != kNoSlot) return;
+  BusyScope busy(*this);
+  auto state = std::make_unique<ChipState>();
+  state->async = std::make_unique<AsyncChip>();
+  state->async->chip = chip;
+  state->async->vrfIds = std::move(vrfIds);
+  chips_.push_back(std::move(state));
+  std::size_t const slot = chips_.size() - 1;
+  ROUTE_PROGRAMMER_TRACE(2, "switchChipIs " << chip->name() << " (asynchronous), routes: " << routes_.size());
+  for (auto* route : routesInWantedOrder()) {
+    auto& [id, rec] = *route;
+    rec.chip.emplace_back();
+    programOnChip(slot, id, rec, false);
+    writeStatus(id, rec);
+  }
+}
+
+void RouteProgrammer::switchChipDel(Vex::Ptr<AsyncSwitchChip> const& chip) {
+  std::size_t const slot = slotOf(chip.get());
+  if (slot == kNoSlot) return;
+  BusyScope busy(*this);
+  ROUTE_PROGRAMMER_TRACE(2, "switchChipDel " << chip->name());
+  auto const ordered = routesInWantedOrder();
+  for (auto* route : ordered) {
+    auto& [id, rec] = *route;
+    routeDelOnChip(slot, id, rec);
+    rec.chip.erase(rec.chip.begin() + static_cast<std::ptrdiff_t>(slot));
+  }
+  chips_.erase(chips_.begin() + static_cast<std::ptrdiff_t>(slot));
+  for (auto const* route : ordered) writeStatus(route->first, route->second);
+}
+
+void RouteProgrammer::routeDelOnChip(std::size_t slot, RouteId const& id, RouteRecord& rec) {
+  ChipState& cs = *chips_[slot];
+  ChipRoute& cr = rec.chip[slot];
+  if (!cr.handle.isNull()) {
+    ++programmingCalls_;
+    RouteHandle const handle = std::exchange(cr.handle, invalidRouteHandle);
+    if (cs.async) {
+      cs.async->chip->doDeleteRoute(handle);
+    } else {
+      cs.chip->doDeleteRoute(handle);
+    }
+  }
+  if (cs.async) {
+    // The groups go after the route has left the chip.
+    if (auto it = cs.async->routes.find(rec.wanted); it != cs.async->routes.end()) {
+      if (it->second.wait) asyncWaitEnd(rec, it->second);
+      cs.async->routes.erase(it);
+    }
+    cr.bound = nullptr;
+  }
+  chipFailureIs(slot, id, rec, kFailureNone);
+}
+
+RouteKeyInfo RouteProgrammer::routeKeyInfo(ChipState const& cs, RouteId const& id, RouteRecord const& rec) const {
+  RouteKeyInfo info;
+  if (cs.async->vrfIds) {
+    if (auto vrf = cs.async->vrfIds->vrfStatus(id.vrfName)) info.vrfId = vrf->vrfId();
+  }
+  info.routeKeyType = static_cast<std::uint8_t>(id.key.kind());
+  info.acceptingVlan = rec.noRpf ? Bridging::VlanIdOrNone() : rec.acceptingVlan;
+  info.bridge = rec.bridge;
+  info.fastdrop = rec.fastdrop;
+  return info;
+}
+
+void RouteProgrammer::programOnAsyncChip(std::size_t slot, RouteId const& id, RouteRecord& rec) {
+  ChipState& cs = *chips_[slot];
+  auto [it, inserted] = cs.async->routes.try_emplace(rec.wanted);
+  AsyncRoute& ar = it->second;
+  if (inserted) ar.id = id;
+  if (ar.wait) {
+    ar.again = true;
+    return;
+  }
+  asyncStep(cs, slot, rec, ar, true);
+}
+
+void RouteProgrammer::asyncStep(ChipState& cs, std::size_t slot, RouteRecord& rec, AsyncRoute& ar, bool fresh) {
+  AsyncSwitchChip& chip = *cs.async->chip;
+  ChipRoute& cr = rec.chip[slot];
+  RouteId const& id = ar.id;
+  if (fresh) ar.since = now();
+  Bridging::VlanIdOrNone const vlan = rec.noRpf ? Bridging::VlanIdOrNone() : rec.acceptingVlan;
+  std::uint16_t const rpaId = asyncRpaId(rec.rpaId);
+  bool const reAdd = !cr.handle.isNull() &&
+                     (ar.vlan != vlan || ar.rpaId != rpaId || ar.bridge != rec.bridge || ar.fastdrop != rec.fastdrop);
+  if (!reAdd && !cr.handle.isNull() && (rec.bridge || cr.bound == rec.oifSet)) {
+    asyncAttemptEnd(cs, slot, rec, ar, kFailureNone);
+    return;
+  }
+  // Allocated before a re-added route is deleted, so that the route's own
+  // group is shared rather than given back and allocated again.
+  Vex::Ptr<MtableOifSet> set;
+  XactPtr groupXact;
+  if (!rec.bridge) {
+    ++programmingCalls_;
+    bool const frr = !rec.oifSet->portVlanSet().intfId().isEmpty();
+    groupXact = chip.doAllocateMtableOifSet(routeKeyInfo(cs, id, rec), rec.oifSet, nullptr,
+                                            AsyncSwitchChip::kInvalidMulticastId, frr);
+    set = chip.oifSetResult();
+    chip.oifSetResultIs(nullptr);
+    if (!set) {
+      std::uint32_t const failure = chip.mrouteFailureReason();
+      asyncAttemptEnd(cs, slot, rec, ar, failure != kFailureNone ? failure : AsyncSwitchChip::kFailureNoMulticastId);
+      return;
+    }
+    ++groupAllocations_;
+  }
+  if (reAdd) {
+    ++programmingCalls_;
+    chip.doDeleteRoute(std::exchange(cr.handle, invalidRouteHandle));
+    cr.bound = nullptr;
+    ar.group = nullptr;
+  }
+  if (cr.handle.isNull()) {
+    ++programmingCalls_;
+    chip.doAllocateRoute(id.key, vlan, rec.bridge, rpaId, id.vrfName, rec.fastdrop);
+    RouteHandle const handle = chip.routeHandle();
+    if (handle.isNull()) {
+      std::uint32_t const failure = chip.mrouteFailureReason();
+      asyncAttemptEnd(cs, slot, rec, ar, failure != kFailureNone ? failure : AsyncSwitchChip::kFailureRouteRefused);
+      return;
+    }
+    cr.handle = handle;
+    ar.vlan = vlan;
+    ar.rpaId = rpaId;
+    ar.bridge = rec.bridge;
+    ar.fastdrop = rec.fastdrop;
+    if (rec.bridge) {
+      asyncAttemptEnd(cs, slot, rec, ar, kFailureNone);
+      return;
+    }
+  }
+  ar.pending = std::move(set);
+  ar.pendingOifSet = rec.oifSet;
+  if (asyncWait(cs, rec, ar, groupXact, false)) return;
+  asyncBind(cs, slot, rec, ar, groupXact);
+}
+
+void RouteProgrammer::asyncBind(ChipState& cs, std::size_t slot, RouteRecord& rec, AsyncRoute& ar,
+                                XactPtr const& groupXact) {
+  AsyncSwitchChip& chip = *cs.async->chip;
+  if (groupXact && groupXact->failed()) {
+    ++programmingCalls_;
+    std::uint32_t const reason = chip.doGetOifSetXactFailureReason(groupXact);
+    ar.pending = nullptr;
+    ar.pendingOifSet = nullptr;
+    asyncAttemptEnd(cs, slot, rec, ar, reason != kFailureNone ? reason : kFailureOther);
+    return;
+  }
+  ++programmingCalls_;
+  XactPtr const ingressXact = chip.doSetMtableOifSet(rec.chip[slot].handle, ar.pending, groupXact);
+  if (asyncWait(cs, rec, ar, ingressXact, true)) return;
+  asyncBound(cs, slot, rec, ar, ingressXact);
+}
+
+void RouteProgrammer::asyncBound(ChipState& cs, std::size_t slot, RouteRecord& rec, AsyncRoute& ar,
+                                 XactPtr const& ingressXact) {
+  if (ingressXact && ingressXact->failed()) {
+    ++programmingCalls_;
+    std::uint32_t const reason = cs.async->chip->doGetIngressXactFailureReason(ingressXact);
+    // The chip's route still points at the group it had, which is still held.
+    ar.pending = nullptr;
+    ar.pendingOifSet = nullptr;
+    asyncAttemptEnd(cs, slot, rec, ar, reason != kFailureNone ? reason : kFailureOther);
+    return;
+  }
+  // The group it was bound to before goes now that nothing points at it.
+  ar.group = std::move(ar.pending);
+  rec.chip[slot].bound = std::move(ar.pendingOifSet);
+  asyncAttemptEnd(cs, slot, rec, ar, kFailureNone);
+}
+
+void RouteProgrammer::asyncAttemptEnd(ChipState& cs, std::size_t slot, RouteRecord& rec, AsyncRoute& ar,
+                                      std::uint32_t failure) {
+  longestWait_ = std::max(longestWait_, now() - ar.since);
+  if (failure != kFailureNone) {
+    ROUTE_PROGRAMMER_TRACE(2, "Parking route: " << ar.id.vrfName << ' ' << ar.id.key << ", switch: " << cs.name()
+                                                << ", failure: 0x" << std::hex << failure << std::dec);
+  }
+  chipFailureIs(slot, ar.id, rec, failure);
+  if (failure != kFailureNone) asyncRetryArm(cs);
+  if (ar.again) {
+    ar.again = false;
+    asyncStep(cs, slot, rec, ar, true);
+  }
+}
+
+bool RouteProgrammer::asyncWait(ChipState& cs, RouteRecord& rec, AsyncRoute& ar, XactPtr const& xact, bool ingress) {
+  if (!xact || !xact->pending()) return false;
+  bool const before = unsettled(rec);
+  ar.wait = std::make_unique<XactWait>(this, &cs, rec.wanted, ingress);
+  ar.wait->notifierIs(xact);
+  if (rec.waitingChips++ == 0) ++routesWaiting_;
+  settledCount(rec, before);
+  return true;
+}
+
+void RouteProgrammer::asyncWaitEnd(RouteRecord& rec, AsyncRoute& ar) {
+  ar.wait.reset();
+  bool const before = unsettled(rec);
+  if (--rec.waitingChips == 0) --routesWaiting_;
+  settledCount(rec, before);
+}
+
+void RouteProgrammer::asyncXactDone(ChipState& cs, std::uint64_t wanted, bool ingress, XactPtr const& xact) {
+  auto it = cs.async->routes.find(wanted);
+  if (it == cs.async->routes.end()) return;
+  AsyncRoute& ar = it->second;
+  auto rit = routes_.find(ar.id);
+  if (rit == routes_.end()) return;
+  RouteRecord& rec = rit->second;
+  XactPtr const done = xact;  // the waiter that holds it goes now
+  asyncWaitEnd(rec, ar);
+  std::size_t const slot = slotOf(cs.entity());
+  if (ingress) {
+    asyncBound(cs, slot, rec, ar, done);
+  } else {
+    asyncBind(cs, slot, rec, ar, done);
+  }
+  writeStatus(rit->first, rec);
+}
+
+void RouteProgrammer::retryParked(AsyncSwitchChip const* chip) {
+  std::size_t const slot = slotOf(chip);
+  if (slot != kNoSlot && chips_[slot]->async) asyncRetryPass(*chips_[slot]);
+}
+
+void RouteProgrammer::asyncRetryArm(ChipState& cs) {
+  AsyncChip& ac = *cs.async;
+  if (ac.parked.empty() || (ac.retryClock && ac.retryClock->scheduled())) return;
+  if (!ac.retryClock) {
+    auto* am = Vex::ActivityManager::current();
+    if (!am) return;
+    ac.retryClock = am->clockNew();
+    ac.retryReactor = std::make_unique<VexRetryClock>(this, &cs);
+    ac.retryReactor->notifierIs(ac.retryClock);
+  }
+  ac.retryClock->timeMinIs(now() + asyncRetryInterval_);
+}
+
+void RouteProgrammer::asyncRetryPass(ChipState& cs) {
+  BusyScope busy(*this);
+  AsyncChip& ac = *cs.async;
+  // A snapshot: routes parked again by this pass wait for the next one.
+  Parked const work = ac.parked;
+  std::size_t const slot = slotOf(cs.entity());
+  if (!work.empty()) ROUTE_PROGRAMMER_TRACE(5, "Retrying parked routes: " << work.size() << ", switch: " << cs.name());
+  for (auto const& [wanted, id] : work) {
+    auto it = routes_.find(id);
+    if (it == routes_.end() || it->second.chip[slot].failure == kFailureNone) continue;
+    auto ar = ac.routes.find(wanted);
+    if (ar != ac.routes.end() && ar->second.wait) continue;  // a retry is on its way already
+    ++retries_;
+    programOnChip(slot, it->first, it->second, false);
+    writeStatus(it->first, it->second);
+  }
+  asyncRetryArm(cs);
+}
+
+}  // namespace MrouteLib
