@@ -219,47 +219,60 @@ ReferenceChipTables::Statistics ReferenceChipTables::statisticsTotal() const {
 }
 
 std::vector<std::string> ReferenceChipTables::invariantViolations(std::uint32_t chip,
-                                                                  absl::btree_set<std::uint32_t> const& liveIndexes) const {
+                                                                  absl::btree_set<std::uint32_t> const& liveIndexes,
+                                                                  char const* noun) const {
   std::vector<std::string> out;
   std::string const where = violationPrefix(chip, "invariants");
   if (chip >= chips_.size()) {
     out.push_back(where + "no such chip");
     return out;
   }
+  std::string const entry = std::string(noun) + " ";
   Chip const& c = chips_[chip];
   for (auto const& [handle, r] : c.routes) {
     if (r.oifSetIndex != 0 && !entryAt(c, r.oifSetIndex)) {
-      out.push_back(where + "route " + r.key.pretty() + " handle " + std::to_string(handle.value()) +
-                    " points at oifSetIndex " + std::to_string(r.oifSetIndex) + ", which is not programmed");
+      out.push_back(where + "route " + r.key.pretty() + " handle " + std::to_string(handle.value()) + " points at " +
+                    entry + std::to_string(r.oifSetIndex) + ", which is not programmed");
     }
   }
-  for (auto const& [index, entry] : c.entries) {
+  for (auto const& [index, e] : c.entries) {
     if (!liveIndexes.contains(index)) {
-      out.push_back(where + "oifSetIndex " + std::to_string(index) +
+      out.push_back(where + entry + std::to_string(index) +
                     " is programmed but the library holds no set for it (leaked)");
     }
   }
   for (std::uint32_t index : liveIndexes) {
     if (!entryAt(c, index)) {
-      out.push_back(where + "the library holds oifSetIndex " + std::to_string(index) + ", which is not programmed");
+      out.push_back(where + "the library holds " + entry + std::to_string(index) + ", which is not programmed");
     }
   }
   for (std::uint32_t index : c.doubleFreed) {
-    out.push_back(where + "oifSetIndex " + std::to_string(index) + " was freed twice");
+    out.push_back(where + entry + std::to_string(index) + " was freed twice");
   }
   return out;
 }
 
 // ---- replication table ----
 
-std::uint32_t ReferenceChipTables::entryAllocate(std::uint32_t chip, MrouteLib::PortVlanSet const& pvs) {
+std::uint32_t ReferenceChipTables::entryAllocate(std::uint32_t chip, MrouteLib::PortVlanSet const& pvs, bool programmed,
+                                                 std::uint32_t at) {
   Chip& c = chipAt(chip);
   if (injectedFailure(c, Table::replication) || full(c, Table::replication)) {
     ++c.stats.failedAllocations;
     return kInvalidIndex;
   }
   std::uint32_t index;
-  if (c.freeIndexes.empty()) {
+  if (at != kInvalidIndex) {
+    if (at == 0 || at >= kFirstReservedIndex || c.entries.contains(at)) {
+      ++c.stats.failedAllocations;
+      return kInvalidIndex;
+    }
+    index = at;
+    // Indexes skipped on the way to it stay free for later allocations.
+    for (; c.nextIndex < at; ++c.nextIndex) c.freeIndexes.insert(c.nextIndex);
+    if (c.nextIndex == at) ++c.nextIndex;
+    c.freeIndexes.erase(at);
+  } else if (c.freeIndexes.empty()) {
     index = c.nextIndex++;
   } else {
     index = *c.freeIndexes.begin();
@@ -268,10 +281,16 @@ std::uint32_t ReferenceChipTables::entryAllocate(std::uint32_t chip, MrouteLib::
   ReplicationEntry& entry = c.entries[index];
   entry.index = index;
   entry.portVlanSet = pvs;
+  entry.programmed = programmed;
   ++c.stats.allocations;
   c.stats.peakEntries = std::max<std::uint64_t>(c.stats.peakEntries, c.entries.size());
   SIM_TRACE(6, "chip " << chip << " allocated oifSetIndex " << index << ": " << pvs.pretty());
   return index;
+}
+
+void ReferenceChipTables::entryProgrammedIs(std::uint32_t chip, std::uint32_t index) {
+  auto& entries = chipAt(chip).entries;
+  if (auto it = entries.find(index); it != entries.end()) it->second.programmed = true;
 }
 
 bool ReferenceChipTables::entryWrite(std::uint32_t chip, std::uint32_t index, MrouteLib::PortVlanSet const& pvs,
@@ -529,9 +548,10 @@ ReferenceChipTables::ForwardResult ReferenceChipTables::forwardWithReason(std::u
   result.route = chosen->handle;
   result.oifSetIndex = chosen->oifSetIndex;
   chosen->hit = true;
+  if (auto* am = Vex::ActivityManager::current()) chosen->lastAccess = am->now();
   countTraffic(*chosen, bytes);
   ReplicationEntry const* const entry = chosen->oifSetIndex == 0 ? nullptr : entryAt(c, chosen->oifSetIndex);
-  if (!entry) return drop(DropReason::noEntry);
+  if (!entry || !entry->programmed) return drop(DropReason::noEntry);
   auto const& outputs = entry->portVlanSet.portVlan();
   result.copies.assign(outputs.begin(), outputs.end());
   result.toCpu = entry->portVlanSet.toCpu();

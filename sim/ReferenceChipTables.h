@@ -94,6 +94,10 @@ class ReferenceChipTables {
     MrouteLib::PortVlanSet portVlanSet;  // the outputs last written
     std::uint32_t rewrites = 0;          // in-place rewrites since allocation
     std::uint32_t routes = 0;            // routes of the chip pointing at it
+    // Written to hardware. An asynchronous group is held (its index and
+    // capacity taken) from its allocation, but forwards only once its
+    // transaction has written it.
+    bool programmed = true;
   };
 
   // One route-table entry, as programmed.
@@ -107,6 +111,8 @@ class ReferenceChipTables {
     std::uint16_t rpaId = 0;
     std::uint32_t oifSetIndex = 0;  // 0: programmed without a replication entry
     bool hit = false;
+    // When the route last forwarded (the event loop's time); 0 when never.
+    Vex::Seconds lastAccess = 0;
     // VLANs on which the fast-drop entry of a fastdrop route was hit.
     std::vector<Bridging::VlanIdOrNone> fastdropHits;
 
@@ -212,8 +218,9 @@ class ReferenceChipTables {
   void switchInitializedIs(std::uint32_t chip, bool initialized);
 
   // Traffic. Looks the packet up on chip, sets the matched route's hit bit
-  // (or its fast-drop hit bit for vlanIn when RPF fails on a fastdrop route)
-  // and counts the counters covering it (bytes in byte mode, else 1 packet).
+  // and last-access time (or its fast-drop hit bit for vlanIn when RPF fails
+  // on a fastdrop route) and counts the counters covering it (bytes in byte
+  // mode, else 1 packet). An entry not yet programmed forwards nothing.
   ForwardResult forwardWithReason(std::uint32_t chip, std::uint16_t vrfId, Netcore::IpGenAddr const& source,
                                   Netcore::IpGenAddr const& group, Bridging::VlanIdOrNone vlanIn,
                                   std::uint32_t bytes = 64);
@@ -250,7 +257,9 @@ class ReferenceChipTables {
   // liveIndexes: every index for which the library holds a set (used by
   // routes, zombie, or programmed without outputs). Returns the problems found;
   // records nothing.
-  std::vector<std::string> invariantViolations(std::uint32_t chip, absl::btree_set<std::uint32_t> const& liveIndexes) const;
+  // noun names the entries in the findings ("oifSetIndex", "group").
+  std::vector<std::string> invariantViolations(std::uint32_t chip, absl::btree_set<std::uint32_t> const& liveIndexes,
+                                               char const* noun = "oifSetIndex") const;
 
   Statistics statistics(std::uint32_t chip) const;
   Statistics statisticsTotal() const;
@@ -263,9 +272,14 @@ class ReferenceChipTables {
   // are) and charges its time.
   static constexpr std::uint32_t kNoChip = 0xFFFFFFFF;
   void charge(std::uint32_t chip);
-  // A fresh replication entry holding pvs: the lowest free index, or
-  // kInvalidIndex when the table is full or an injected failure refuses it.
-  std::uint32_t entryAllocate(std::uint32_t chip, MrouteLib::PortVlanSet const& pvs);
+  // A fresh replication entry holding pvs: the lowest free index (or the
+  // index asked for with at, when it is free), or kInvalidIndex when the
+  // table is full, an injected failure refuses it or at is taken.
+  // programmed false holds the entry without forwarding through it yet.
+  std::uint32_t entryAllocate(std::uint32_t chip, MrouteLib::PortVlanSet const& pvs, bool programmed = true,
+                              std::uint32_t at = kInvalidIndex);
+  // An allocated entry's write completed: it forwards from now on.
+  void entryProgrammedIs(std::uint32_t chip, std::uint32_t index);
   // The entry kept outside the table for outputs that reach no port.
   static std::uint32_t noPortIndex(MrouteLib::PortVlanSet const& pvs) {
     return pvs.toCpu() ? kCpuOnlyIndex : kNowhereIndex;
