@@ -45,7 +45,7 @@ SimRunner::SimRunner(Scenario scenario) : SimRunner(std::move(scenario), Options
 SimRunner::SimRunner(Scenario scenario, Options options)
     : scenario_(std::move(scenario)),
       options_(std::move(options)),
-      am_(std::make_unique<Vex::VirtualTimeSource>(0.0)) {}
+      am_(std::make_unique<Vex::VirtualTimeSource>(kEpoch)) {}
 
 SimRunner::~SimRunner() {
   // The agent's clocks and reactors go before the loop they are armed on,
@@ -99,7 +99,7 @@ void SimRunner::runEvent(Scenario::Event const& e) {
   if (!started_) start();
   ++report_.events;
   runTo(e.at);
-  if (am_.now() > e.at) ++report_.eventsLate;
+  if (now() > e.at) ++report_.eventsLate;
   Vex::Seconds const before = am_.now();
   apply(e);
   Vex::Seconds const took = am_.now() - before;
@@ -117,7 +117,7 @@ void SimRunner::finish() {
   while (step()) {
   }
   finished_ = true;
-  runTo(std::max(scenario_.end, am_.now()));
+  runTo(std::max(scenario_.end, now()));
   check("end");
   fillFigures();
 }
@@ -385,9 +385,9 @@ void SimRunner::runTo(Vex::Seconds t) {
   while (true) {
     // Up to the next clock at most: everything due by then runs as it would
     // in one runUntil(t), and the wall clock is looked at in between.
-    Vex::Seconds const stop = std::min(t, std::max(am_.nextTime(), am_.now()));
+    Vex::Seconds const stop = std::min(kEpoch + t, std::max(am_.nextTime(), am_.now()));
     am_.runUntil(stop);
-    if (stop >= t || am_.now() > t) return;
+    if (stop >= kEpoch + t || now() > t) return;
     progress(t);
   }
 }
@@ -399,22 +399,22 @@ double SimRunner::wallNow() const {
 
 void SimRunner::progress(Vex::Seconds target) {
   if (!options_.progress) return;
-  double const now = wallNow();
-  if (now - wallStart_ < options_.progressAfterWallSeconds) return;
-  if (now - lastProgress_ < options_.progressEveryWallSeconds) return;
-  lastProgress_ = now;
+  double const wall = wallNow();
+  if (wall - wallStart_ < options_.progressAfterWallSeconds) return;
+  if (wall - lastProgress_ < options_.progressEveryWallSeconds) return;
+  lastProgress_ = wall;
   std::ostringstream os;
   os << "mroute-sim: " << Printable::text(scenario_.name) << ": event " << next_ << "/" << scenario_.events.size()
-     << " at t=" << am_.now() << " s";
-  if (am_.now() < target) os << " (running to t=" << target << " s)";
+     << " at t=" << now() << " s";
+  if (now() < target) os << " (running to t=" << target << " s)";
   os << ", " << desired_.size() << " routes wanted, " << report_.violations << " violations, "
-     << static_cast<int>(now - wallStart_) << " s elapsed";
+     << static_cast<int>(wall - wallStart_) << " s elapsed";
   options_.progress(os.str());
 }
 
 void SimRunner::fillFigures() {
   SimReport& r = report_;
-  r.endTime = am_.now();
+  r.endTime = now();
   r.wallSeconds = wallNow() - wallStart_;
   auto const& programmer = agent_->programmer();
   r.routesDesired = desired_.size();

@@ -2,8 +2,11 @@
 // FalSim::SimRunner: runs a scenario through one simulated agent in virtual
 // time and collects the report.
 //
-// Owns the event loop (an ActivityManager on virtual time starting at 0),
-// the reference chips and the agent. Each event runs at its time: the loop is
+// Owns the event loop (an ActivityManager on virtual time), the reference
+// chips and the agent. The agent's clock starts at kEpoch, not at 0: to the
+// agent a time of 0 means "never" (a counter row updated at 0 reads as
+// absent, a route last active at 0 was never active). Scenario and report
+// times are counted from kEpoch. Each event runs at its time: the loop is
 // first run up to it (clocks fire: zombies expire, aging slices run, counters
 // are polled), then the event is applied, and the invariants are checked.
 // Route events are one batch each: the route programmer is handed the routes,
@@ -56,6 +59,9 @@ class SimRunner {
     std::string counterStatusName;
   };
 
+  // The agent's time at the scenario's time 0.
+  static constexpr Vex::Seconds kEpoch = 1024.0;
+
   explicit SimRunner(Scenario scenario);
   SimRunner(Scenario scenario, Options options);
   ~SimRunner();
@@ -79,6 +85,9 @@ class SimRunner {
   Scenario const& scenario() const { return scenario_; }
   std::size_t nextEvent() const { return next_; }
   Vex::ActivityManager& activityManager() { return am_; }
+  // The scenario's time now, and running the loop up to a scenario time.
+  Vex::Seconds now() const { return am_.now() - kEpoch; }
+  void runUntil(Vex::Seconds t) { am_.runUntil(kEpoch + t); }
   ReferenceChip& chip() { return *chip_; }
   SimAgent& agent() { return *agent_; }
   KernelBacking* kernel() { return kernel_.get(); }
@@ -97,7 +106,7 @@ class SimRunner {
   // Room came back on a chip: the chip agent asks for a review of parked routes.
   void kick(std::optional<std::uint32_t> chip);
   void check(std::string const& where);
-  // am_.runUntil(t), one clock time after the other, with a progress line
+  // Runs the loop to the scenario time t, one clock time after the other, with a progress line
   // whenever one is due: a long stretch of virtual time is no silent hang.
   void runTo(Vex::Seconds t);
   void progress(Vex::Seconds target);

@@ -43,7 +43,7 @@ TEST(SimPublishTest, ReaderFollowsTheCountersAcrossARestart) {
 
     runner.step();  // routes
     runner.step();  // traffic
-    runner.activityManager().runUntil(4.5);
+    runner.runUntil(4.5);
     reader->refresh();
     EXPECT_EQ(reader->size(), runner.agent().counterStatus().size());
     ASSERT_GT(reader->size(), 0U) << "the wildcard counter counted the traffic";
