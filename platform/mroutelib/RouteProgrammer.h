@@ -182,8 +182,9 @@ class FALMROUTE_EXPORT RouteProgrammer : public Vex::RefCounted {
   // The longest a route waited on one asynchronous chip, from the first call
   // of an attempt to program it to the completion that ended the attempt.
   Vex::Seconds longestWait() const { return longestWait_; }
-  // Groups asynchronous chips handed to routes (new, shared or brought back).
-  std::uint64_t groupAllocations() const { return groupAllocations_; }
+  // Groups an asynchronous chip handed to a route while other routes held
+  // them: the sharing the chips' groups saw.
+  std::uint64_t groupsShared() const { return groupsShared_; }
   // Retry attempts of one parked route on one chip, since construction.
   std::uint64_t retries() const { return retries_; }
   // Calls made on the chips (every do* operation), since construction.
@@ -313,7 +314,7 @@ class FALMROUTE_EXPORT RouteProgrammer : public Vex::RefCounted {
   std::size_t routesWaiting_ = 0;
   std::size_t routesUnsettled_ = 0;  // parked or waiting somewhere
   std::uint64_t routesWanted_ = 0;
-  std::uint64_t groupAllocations_ = 0;
+  std::uint64_t groupsShared_ = 0;
   Vex::Seconds longestWait_ = 0;
   Vex::Seconds asyncRetryInterval_ = kDefaultAsyncRetryInterval;
   std::uint64_t retries_ = 0;

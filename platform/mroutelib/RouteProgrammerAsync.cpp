@@ -71,6 +71,8 @@ void RouteProgrammer::routeDelOnChip(std::size_t slot, RouteId const& id, RouteR
     // The groups go after the route has left the chip.
     if (auto it = cs.async->routes.find(rec.wanted); it != cs.async->routes.end()) {
       if (it->second.wait) asyncWaitEnd(rec, it->second);
+      cs.async->groupIs(it->second, nullptr);
+      cs.async->pendingIs(it->second, nullptr);
       cs.async->routes.erase(it);
     }
     cr.bound = nullptr;
@@ -131,13 +133,15 @@ void RouteProgrammer::asyncStep(ChipState& cs, std::size_t slot, RouteRecord& re
       asyncAttemptEnd(cs, slot, rec, ar, failure != kFailureNone ? failure : AsyncSwitchChip::kFailureNoMulticastId);
       return;
     }
-    ++groupAllocations_;
+    // Other routes of the chip hold a group that is shared (a route re-added
+    // on its own group shares nothing).
+    if (cs.async->holders(set.get()) > (ar.group == set ? 1u : 0u)) ++groupsShared_;
   }
   if (reAdd) {
     ++programmingCalls_;
     chip.doDeleteRoute(std::exchange(cr.handle, invalidRouteHandle));
     cr.bound = nullptr;
-    ar.group = nullptr;
+    cs.async->groupIs(ar, nullptr);
   }
   if (cr.handle.isNull()) {
     ++programmingCalls_;
@@ -158,7 +162,7 @@ void RouteProgrammer::asyncStep(ChipState& cs, std::size_t slot, RouteRecord& re
       return;
     }
   }
-  ar.pending = std::move(set);
+  cs.async->pendingIs(ar, std::move(set));
   ar.pendingOifSet = rec.oifSet;
   if (asyncWait(cs, rec, ar, groupXact, false)) return;
   asyncBind(cs, slot, rec, ar, groupXact);
@@ -170,7 +174,7 @@ void RouteProgrammer::asyncBind(ChipState& cs, std::size_t slot, RouteRecord& re
   if (groupXact && groupXact->failed()) {
     ++programmingCalls_;
     std::uint32_t const reason = chip.doGetOifSetXactFailureReason(groupXact);
-    ar.pending = nullptr;
+    cs.async->pendingIs(ar, nullptr);
     ar.pendingOifSet = nullptr;
     asyncAttemptEnd(cs, slot, rec, ar, reason != kFailureNone ? reason : kFailureOther);
     return;
@@ -187,13 +191,15 @@ void RouteProgrammer::asyncBound(ChipState& cs, std::size_t slot, RouteRecord& r
     ++programmingCalls_;
     std::uint32_t const reason = cs.async->chip->doGetIngressXactFailureReason(ingressXact);
     // The chip's route still points at the group it had, which is still held.
-    ar.pending = nullptr;
+    cs.async->pendingIs(ar, nullptr);
     ar.pendingOifSet = nullptr;
     asyncAttemptEnd(cs, slot, rec, ar, reason != kFailureNone ? reason : kFailureOther);
     return;
   }
   // The group it was bound to before goes now that nothing points at it.
-  ar.group = std::move(ar.pending);
+  Vex::Ptr<MtableOifSet> bound = ar.pending;
+  cs.async->groupIs(ar, std::move(bound));
+  cs.async->pendingIs(ar, nullptr);
   rec.chip[slot].bound = std::move(ar.pendingOifSet);
   asyncAttemptEnd(cs, slot, rec, ar, kFailureNone);
 }

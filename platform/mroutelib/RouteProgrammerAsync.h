@@ -60,13 +60,37 @@ struct RouteProgrammer::AsyncRoute {
 };
 
 struct RouteProgrammer::AsyncChip {
+  // A route's holds on groups go through these, which count the routes
+  // holding each group.
+  void groupIs(AsyncRoute& ar, Vex::Ptr<MtableOifSet> group) { replace(ar.group, std::move(group)); }
+  void pendingIs(AsyncRoute& ar, Vex::Ptr<MtableOifSet> group) { replace(ar.pending, std::move(group)); }
+  // Routes holding group.
+  std::uint32_t holders(MtableOifSet const* group) const {
+    auto it = holders_.find(group);
+    return it == holders_.end() ? 0 : it->second;
+  }
+
   Vex::Ptr<AsyncSwitchChip> chip;
   Vex::Ptr<Routing::Hardware::RouteStatus const> vrfIds;
-  // By when the route was first wanted.
+  // By when the route was first wanted. A route's entry goes with
+  // forget(), which lets go of its groups.
   absl::flat_hash_map<std::uint64_t, AsyncRoute> routes;
   Parked parked;
   Vex::Ptr<Vex::Clock> retryClock;
   std::unique_ptr<VexRetryClock> retryReactor;
+
+ private:
+  void replace(Vex::Ptr<MtableOifSet>& held, Vex::Ptr<MtableOifSet> group) {
+    if (held == group) return;
+    if (group) ++holders_[group.get()];
+    if (held) {
+      auto it = holders_.find(held.get());
+      if (--it->second == 0) holders_.erase(it);
+    }
+    held = std::move(group);  // the old group goes last, counted out already
+  }
+
+  absl::flat_hash_map<MtableOifSet const*, std::uint32_t> holders_;
 };
 
 }  // namespace MrouteLib

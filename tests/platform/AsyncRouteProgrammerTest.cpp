@@ -271,6 +271,7 @@ TEST_F(AsyncRouteProgrammerTest, NewRouteHasItsStatusBeforeTheChipIsAsked) {
 TEST_F(AsyncRouteProgrammerTest, RoutesWithEqualOutputsShareTheGroupAndBindOnceItIsWritten) {
   programmer->routeIs(route(kS1G1, {"Ethernet1.10"}));
   programmer->routeIs(route(kS2G1, {"Ethernet1.10"}));
+  EXPECT_EQ(programmer->groupsShared(), 1u);
   chip->takeCalls();
   completeGroup({"Ethernet1.10"});
   EXPECT_EQ(chip->takeCalls(), (Calls{"bind h0 g0 after its group", "bind h1 g0 after its group"}));
@@ -283,6 +284,7 @@ TEST_F(AsyncRouteProgrammerTest, RoutesWithEqualOutputsShareTheGroupAndBindOnceI
   EXPECT_EQ(chip->takeCalls(), (Calls{"allocGroup Ethernet1.10 vrf 7 -> g0",
                                       "allocRoute red (10.0.0.3, 239.1.1.1) vlan 100 rpa 0 -> h2",
                                       "bind h2 g0 after its group"}));
+  EXPECT_EQ(programmer->groupsShared(), 2u);
   programmer->routeDel("red", kS1G1);
   programmer->routeDel("red", kS2G1);
   EXPECT_EQ(chip->live.size(), 1u);  // the third route still holds it
@@ -445,6 +447,7 @@ TEST_F(AsyncRouteProgrammerTest, AttributeChangeReAddsTheRouteOnItsSharedGroup) 
   chip->completeIngress(1);
   turn();
   EXPECT_TRUE(status(kS1G1)->programmed());
+  EXPECT_EQ(programmer->groupsShared(), 0u);  // its own group, not another route's
 }
 
 TEST_F(AsyncRouteProgrammerTest, ChipAddedLaterProgramsEveryRouteAndLeavesWithThem) {
