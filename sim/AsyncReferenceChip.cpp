@@ -40,7 +40,6 @@ AsyncReferenceChip::Statistics& AsyncReferenceChip::Statistics::operator+=(Stati
   for (auto const& [reason, n] : o.failedByReason) failedByReason[reason] += n;
   longestXact = std::max(longestXact, o.longestXact);
   groupsAllocated += o.groupsAllocated;
-  groupXactRequests += o.groupXactRequests;
   groupsDeleted += o.groupsDeleted;
   groupUpdates += o.groupUpdates;
   ingressBinds += o.ingressBinds;
@@ -103,6 +102,12 @@ bool AsyncReferenceChip::updatePending(std::uint32_t id) const {
   auto isUpdate = [id](Pending const& p) { return p.op == Operation::update && p.id == id; };
   return std::any_of(due_.begin(), due_.end(), [&](auto const& e) { return isUpdate(e.second); }) ||
          std::any_of(blocked_.begin(), blocked_.end(), [&](auto const& e) { return isUpdate(e.second); });
+}
+
+std::size_t AsyncReferenceChip::updatesPending() const {
+  auto isUpdate = [](auto const& e) { return e.second.op == Operation::update; };
+  return static_cast<std::size_t>(std::count_if(due_.begin(), due_.end(), isUpdate) +
+                                  std::count_if(blocked_.begin(), blocked_.end(), isUpdate));
 }
 
 Vex::Seconds AsyncReferenceChip::now() const {
@@ -310,7 +315,6 @@ void AsyncReferenceChip::doUpdateMulticastGroupInPlace(OifSetPtr oifSet, std::ui
 
 AsyncReferenceChip::XactPtr AsyncReferenceChip::doGetXactForOifSet(std::uint32_t mcastId) {
   if (!connected_) return nullptr;
-  ++stats_.groupXactRequests;
   return groupXact(mcastId);
 }
 

@@ -86,9 +86,6 @@ class AsyncReferenceChip : public FalHelper::AsyncMrouteHelper {
     absl::btree_map<std::uint32_t, std::uint64_t> failedByReason;
     Vex::Seconds longestXact = 0;  // from its start to its completion
     std::uint64_t groupsAllocated = 0;  // new table groups
-    // doGetXactForOifSet calls: the switch asks once for every group it
-    // hands to a route, new, shared or brought back.
-    std::uint64_t groupXactRequests = 0;
     std::uint64_t groupsDeleted = 0;
     std::uint64_t groupUpdates = 0;
     std::uint64_t ingressBinds = 0;
@@ -124,8 +121,10 @@ class AsyncReferenceChip : public FalHelper::AsyncMrouteHelper {
   std::size_t groups() const { return groups_.size(); }
   Vex::Ptr<Bolt::Xact const> groupXact(std::uint32_t id) const;
   Vex::Ptr<Bolt::Xact const> ingressXact(RouteHandle handle) const;
-  // Whether an in-place update of the group is still to complete.
+  // Whether an in-place update of the group is still to complete, and how
+  // many of the chip's are.
   bool updatePending(std::uint32_t id) const;
+  std::size_t updatesPending() const;
   std::size_t pendingTransactions() const { return due_.size() + blocked_.size(); }
   std::uint32_t unverifiedChanges() const { return unverifiedChanges_; }
   Statistics const& statistics() const { return stats_; }
