@@ -9,6 +9,7 @@
 // order. Each event keeps the JSON path it came from, so a report can say
 // which event a finding belongs to.
 #include <cstddef>
+#include <algorithm>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -25,12 +26,16 @@
 #include "platform/types/VrfId.h"
 #include "platform/types/VrfName.h"
 #include "platform/vex/Types.h"
+#include "sim/AsyncReferenceChip.h"
 #include "sim/ReferenceChip.h"
 
 namespace FalSim {
 
 class Scenario {
  public:
+  // Which flavour of the library drives a chip.
+  enum class Flavour : std::uint8_t { sync, async };
+
   struct Chips {
     std::uint32_t count = 1;
     ReferenceChipCapacity capacity;
@@ -38,6 +43,30 @@ class Scenario {
     Vex::Seconds operationCost = 0;
     // Backed by the Linux kernel as well ("chip": "kernel"): real packets.
     bool kernel = false;
+    // The flavour of every chip but those listed in otherFlavour, which run
+    // the other one.
+    Flavour flavour = Flavour::sync;
+    std::vector<std::uint32_t> otherFlavour;
+    // Asynchronous chips: how long a transaction takes, and the seed of
+    // their failure draws (chip c draws from seed + c).
+    Vex::Seconds transactionLatency = 0.001;
+    std::uint64_t seed = 1;
+
+    Flavour flavourOf(std::uint32_t chip) const {
+      bool const other = std::find(otherFlavour.begin(), otherFlavour.end(), chip) != otherFlavour.end();
+      if (!other) return flavour;
+      return flavour == Flavour::sync ? Flavour::async : Flavour::sync;
+    }
+    std::uint32_t asyncCount() const {
+      std::uint32_t n = 0;
+      for (std::uint32_t c = 0; c < count; ++c) n += flavourOf(c) == Flavour::async;
+      return n;
+    }
+    // Every chip runs flavour f.
+    void flavourIs(Flavour f) {
+      flavour = f;
+      otherFlavour.clear();
+    }
   };
 
   struct Vrf {
@@ -128,11 +157,17 @@ class Scenario {
     std::optional<Capacity> capacity;
   };
 
+  // A chip failure: a table's allocations refused (every flavour), or an
+  // asynchronous chip's transactions of one kind failed.
   struct Fault {
     std::optional<std::uint32_t> chip;  // every chip when absent
     ReferenceChip::Table table = ReferenceChip::Table::replication;
+    // Instead of a table: transactions of this kind, on asynchronous chips.
+    std::optional<AsyncReferenceChip::Operation> transaction;
     std::optional<std::uint32_t> failNext;
     std::optional<bool> forceFull;
+    // Transactions only: each fails with this probability from now on.
+    std::optional<double> probability;
   };
 
   struct Event {

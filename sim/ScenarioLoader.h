@@ -47,6 +47,10 @@
 //     "end": 20
 //   }
 //
+// The chips' flavour ("flavour", "otherFlavour"), the asynchronous chips'
+// transactions ("transactionLatency", "seed") and transaction faults are
+// described in sim/scenario/AsyncScenarioReader.h.
+//
 // Traffic for a set sends one flow per route, on its accepting VLAN, from the
 // event's "source" for each route whose source prefix holds it, else from an
 // address the route's source prefix holds. A capacity change leaves the sizes

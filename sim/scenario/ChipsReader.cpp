@@ -1,11 +1,14 @@
 #include "sim/scenario/ChipsReader.h"
 
+#include "sim/scenario/AsyncScenarioReader.h"
+
 namespace FalSim {
 
 void ChipsReader::read(JsonReader::Value const& v, std::string const& path) {
   auto& chips = in_.scenario().chips;
   in_.object(v, path);
-  in_.knownFields(v, path, {"count", "routes", "boundaries", "replicationEntries", "operationCost", "chip"});
+  in_.knownFields(v, path, {"count", "routes", "boundaries", "replicationEntries", "operationCost", "chip", "flavour",
+                            "otherFlavour", "transactionLatency", "seed"});
   if (auto const* c = in_.member(v, "chip")) {
     char const* const what = "one of \"reference\", \"kernel\"";
     std::string const kind = in_.string(*c, JsonReader::child(path, "chip"), what);
@@ -26,6 +29,7 @@ void ChipsReader::read(JsonReader::Value const& v, std::string const& path) {
   if (auto const* c = in_.member(v, "operationCost")) {
     chips.operationCost = in_.number(*c, JsonReader::child(path, "operationCost"), "a cost in seconds from 0 to 1", 0, 1);
   }
+  AsyncScenarioReader(in_).chips(v, path, chips);
 }
 
 }  // namespace FalSim

@@ -1,10 +1,12 @@
 #pragma once
 // FalSim::ChipsReader: the "chips" section of a scenario file: how many
 // chips, their table sizes, the virtual time a hardware operation costs and
-// whether the Linux kernel backs them.
+// whether the Linux kernel backs them; the flavour of the library each runs
+// and the asynchronous chips' transactions (AsyncScenarioReader).
 //
 //   "chips": {"count": 2, "routes": 16384, "boundaries": 1024,
-//             "replicationEntries": 4096, "operationCost": 0.000001, "chip": "reference"}
+//             "replicationEntries": 4096, "operationCost": 0.000001, "chip": "reference",
+//             "flavour": "async", "otherFlavour": [1], "transactionLatency": 0.002, "seed": 7}
 #include <string>
 
 #include "sim/scenario/ScenarioReader.h"

@@ -1,11 +1,14 @@
 #include "sim/scenario/FaultReader.h"
 
+#include "sim/scenario/AsyncScenarioReader.h"
+
 namespace FalSim {
 
 void FaultReader::read(JsonReader::Value const& v, std::string const& path, Scenario::Fault& f) const {
   auto const child = JsonReader::child;
-  in_.knownFields(v, path, {"at", "do", "chip", "table", "failNext", "forceFull"});
+  in_.knownFields(v, path, {"at", "do", "chip", "table", "failNext", "forceFull", "transaction", "probability"});
   if (auto const* c = in_.member(v, "chip")) f.chip = in_.chipNumber(*c, child(path, "chip"));
+  if (AsyncScenarioReader(in_).transactionFault(v, path, in_.scenario().chips, f)) return;
   f.table = in_.table(in_.required(v, path, "table", "one of \"route\", \"boundary\", \"replication\""), child(path, "table"));
   if (auto const* n = in_.member(v, "failNext")) {
     f.failNext = static_cast<std::uint32_t>(

@@ -113,7 +113,8 @@ INSTANTIATE_TEST_SUITE_P(
                 "aging, counters, routeSets, events, end), got an unknown field"},
         BadCase{"NulAndBadUtf8InName", std::string("{\"chips\": {\"a\\u0000b\xff\": 1}, \"events\": []}"),
                 "t.json: chips.\"a\\x00b\\xff\": expected a known field (one of count, routes, boundaries, "
-                "replicationEntries, operationCost, chip), got an unknown field"},
+                "replicationEntries, operationCost, chip, flavour, otherFlavour, transactionLatency, seed), got an "
+                "unknown field"},
         BadCase{"BadUtf8InValue", std::string(R"({"events": [{"at": 1, "do": )") + "\"\xc3\xa9\xc3\x28\"}]}",
                 "t.json: events[0].do: expected one of \"addRoutes\", \"removeRoutes\", \"addRoute\", "
                 "\"removeRoute\", \"interfaceDown\", \"interfaceUp\", \"traffic\", \"config\", \"fault\", "
