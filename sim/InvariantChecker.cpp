@@ -6,6 +6,7 @@
 
 #include "absl/container/btree_set.h"
 #include "platform/intf/IntfOperStatus.h"
+#include "sim/AsyncReferenceChip.h"
 
 namespace FalSim {
 
@@ -22,30 +23,154 @@ bool down(Interface::EthIntfStatusDir const& dir, Netcore::IntfId intf) {
 }
 
 // Sets in use that fast reroute protects, whose interface is down: each must
-// wait for its rewrite (queued), or its entry must hold its rewritten form.
-// A set the switch made after the failure is only watched for the next one
-// (allocation does not look at interfaces), so it may still hold its outputs.
-std::vector<std::string> frrFindings(SimAgent const& agent, std::uint32_t c) {
-  std::vector<std::string> out;
-  Fal::MrouteSwitch const& sw = agent.switchAt(c);
+// wait for its rewrite (queued, or its update outstanding), or its entry
+// must hold its rewritten form. A set the switch made after the failure is
+// only watched for the next one (allocation does not look at interfaces), so
+// it may still hold its outputs.
+std::optional<std::string> frrFinding(SimAgent const& agent, std::uint32_t c, MrouteLib::OifSet const* oifSet,
+                                      char const* noun, std::uint32_t index, bool waiting) {
+  MrouteLib::PortVlanSet const& pvs = oifSet->portVlanSet();
+  if (pvs.currentIif().isEmpty() || pvs.portVlanFrrSize() == 0 || !down(agent.ethIntfStatusDir(), pvs.currentIif())) {
+    return std::nullopt;
+  }
+  if (waiting) return std::nullopt;
+  auto const* entry = agent.chip().replicationEntry(c, index);
+  if (entry && entry->portVlanSet == pvs.withFrrApplied()) return std::nullopt;
+  std::ostringstream os;
+  os << noun << ' ' << index << " protected on " << pvs.currentIif()
+     << ", which is down, is neither waiting for its fast-reroute rewrite nor rewritten";
+  return os.str();
+}
+
+// A synchronous chip against its Fal::MrouteSwitch: the sets the library
+// holds, the switch's index bookkeeping, the routes and boundaries field by
+// field (through the verify hooks), fast-reroute protection.
+void syncChipFindings(SimAgent const& agent, std::uint32_t c, std::vector<std::string>& out) {
+  Fal::MrouteSwitch& sw = agent.switchAt(c);
+  ReferenceChip const& chip = agent.chip();
+  std::string const where = chipPrefix(c);
+
+  // The library's sets: those its routes use, and its zombies.
+  absl::btree_set<std::uint32_t> live;
+  absl::btree_set<std::uint32_t> shared;
+  auto note = [&](Fal::MtableOifSet const& set) {
+    live.insert(set.oifSetIndex());
+    if (!set.oifSet() || !set.oifSet()->portVlanSet().reachesNoPort()) shared.insert(set.oifSetIndex());
+  };
+  for (auto const& [handle, route] : sw.routes()) {
+    if (auto const& set = route->mtableOifSet()) note(*set);
+  }
+  for (auto const& [key, set] : sw.zombieOifSet()) note(*set);
+  for (auto& v : chip.invariantViolations(c, live)) out.push_back(std::move(v));
+  std::size_t recorded = 0;
+  for (std::uint32_t index : shared) {
+    if (sw.oifSetIndexColl(index)) ++recorded;
+  }
+  if (recorded != shared.size() || sw.oifSetIndexCollSize() != shared.size()) {
+    out.push_back(where + "the switch records " + std::to_string(sw.oifSetIndexCollSize()) +
+                  " shared OIF-set indexes in use, its routes and zombies hold " + std::to_string(shared.size()) +
+                  " (" + std::to_string(recorded) + " of them recorded)");
+  }
+
+  auto const& hwRoutes = chip.routes(c);
+  auto const& hwBoundaries = chip.boundaries(c);
+  if (sw.routeSize() != hwRoutes.size()) {
+    out.push_back(where + "the switch holds " + std::to_string(sw.routeSize()) + " routes, the chip " +
+                  std::to_string(hwRoutes.size()));
+  }
+  if (sw.boundarySize() != hwBoundaries.size()) {
+    out.push_back(where + "the switch holds " + std::to_string(sw.boundarySize()) + " boundary entries, the chip " +
+                  std::to_string(hwBoundaries.size()));
+  }
+  // Field by field; the chip records what differs.
+  sw.handleVerify();
+
   absl::btree_set<std::uint32_t> seen;
   for (auto const& [handle, route] : sw.routes()) {
     Fal::MtableOifSet const* set = route->mtableOifSet().get();
     if (!set || !set->oifSet() || set->isZombie() || !seen.insert(set->oifSetIndex()).second) continue;
     MrouteLib::OifSet const* const oifSet = set->oifSet().get();
-    MrouteLib::PortVlanSet const& pvs = oifSet->portVlanSet();
-    if (pvs.currentIif().isEmpty() || pvs.portVlanFrrSize() == 0 || !down(agent.ethIntfStatusDir(), pvs.currentIif())) {
+    bool const waiting = sw.frrProcessingOifSet().contains(oifSet) || sw.frrMtableOifSet().contains(oifSet);
+    if (auto finding = frrFinding(agent, c, oifSet, "oifSetIndex", set->oifSetIndex(), waiting)) out.push_back(where + *finding);
+  }
+}
+
+// An asynchronous chip against its Fal::Mroute::AsyncMrouteSwitch: the
+// groups the library records are the chip's groups, no more, no fewer; the
+// library's route handles are the chip's ingress entries, each for the same
+// route; every hardware change was followed by a verify; fast-reroute
+// protection. Groups deleted twice or while a route was bound to them the
+// chip itself records.
+void asyncChipFindings(SimAgent const& agent, std::uint32_t c, std::vector<std::string>& out) {
+  Fal::Mroute::AsyncMrouteSwitch const& sw = agent.asyncSwitchAt(c);
+  AsyncReferenceChip const& face = agent.asyncChipAt(c);
+  ReferenceChip const& chip = agent.chip();
+  std::string const where = chipPrefix(c);
+
+  absl::btree_set<std::uint32_t> live;
+  for (auto const& [id, entry] : chip.replicationEntries(c)) {
+    if (sw.mcastIdToOifSet(id)) live.insert(id);
+  }
+  std::size_t const known = live.size();
+  for (auto const& [key, set] : sw.zombieOifSet()) {
+    if (!ReferenceChipTables::noPortIndex(key.multicastId)) live.insert(key.multicastId);
+  }
+  for (auto& v : chip.invariantViolations(c, live, "group")) out.push_back(std::move(v));
+  std::size_t recordedIds = sw.mcastIdToOifSetSize();
+  for (std::uint32_t shared : {ReferenceChipTables::kNowhereIndex, ReferenceChipTables::kCpuOnlyIndex}) {
+    if (sw.mcastIdToOifSet(shared)) --recordedIds;
+  }
+  if (recordedIds != known) {
+    out.push_back(where + "the library records " + std::to_string(recordedIds) + " groups, the chip holds " +
+                  std::to_string(known) + " of them");
+  }
+
+  auto const& hwRoutes = chip.routes(c);
+  auto const& hwBoundaries = chip.boundaries(c);
+  for (auto const& [handle, key] : sw.inUseRouteHandleKeys()) {
+    Fal::Mroute::InUseRouteHandleKey hw;
+    if (auto const* r = chip.route(c, handle)) {
+      hw = Fal::Mroute::AsyncMrouteSwitch::inUseRouteHandleKeyOf(r->key, r->acceptingVlan, r->vrfId);
+    } else if (auto const* b = chip.boundary(c, handle)) {
+      hw = Fal::Mroute::AsyncMrouteSwitch::inUseRouteHandleKeyOf(b->key, b->vlan, b->vrfId);
+    } else {
+      std::ostringstream os;
+      os << where << "the library's route handle " << handle << " (" << key.routeKey << " vlan " << key.vlan
+         << ") has no ingress entry on the chip";
+      out.push_back(os.str());
       continue;
     }
-    if (sw.frrProcessingOifSet().contains(oifSet) || sw.frrMtableOifSet().contains(oifSet)) continue;
-    auto const* entry = agent.chip().replicationEntry(c, set->oifSetIndex());
-    if (entry && entry->portVlanSet == pvs.withFrrApplied()) continue;
-    std::ostringstream os;
-    os << "oifSetIndex " << set->oifSetIndex() << " protected on " << pvs.currentIif()
-       << ", which is down, is neither waiting for its fast-reroute rewrite nor rewritten";
-    out.push_back(os.str());
+    if (!(hw == key)) {
+      std::ostringstream os;
+      os << where << "route handle " << handle << " is " << hw.routeKey << " vlan " << hw.vlan << " VRF " << hw.vrfId
+         << " on the chip, " << key.routeKey << " vlan " << key.vlan << " VRF " << key.vrfId << " in the library";
+      out.push_back(os.str());
+    }
   }
-  return out;
+  if (sw.inUseRouteHandleKeySize() != hwRoutes.size() + hwBoundaries.size()) {
+    out.push_back(where + "the library holds " + std::to_string(sw.inUseRouteHandleKeySize()) +
+                  " route handles, the chip " + std::to_string(hwRoutes.size() + hwBoundaries.size()) +
+                  " ingress entries");
+  }
+  for (auto const& [handle, r] : hwRoutes) {
+    if (r.oifSetIndex != 0 && !ReferenceChipTables::noPortIndex(r.oifSetIndex) && !live.contains(r.oifSetIndex)) {
+      out.push_back(where + "route " + r.key.pretty() + " handle " + std::to_string(handle.value()) +
+                    " points at group " + std::to_string(r.oifSetIndex) + ", which the library holds no record for");
+    }
+  }
+  if (face.unverifiedChanges() > 0) {
+    out.push_back(where + std::to_string(face.unverifiedChanges()) +
+                  " hardware change(s) not followed by a verify");
+  }
+
+  for (auto const& [id, entry] : chip.replicationEntries(c)) {
+    auto const oifSet = sw.mcastIdToOifSet(id);
+    auto const* set = oifSet ? sw.inUseOifSet(oifSet.get()) : nullptr;
+    if (!set || set->isZombie() || set->multicastId() != id) continue;
+    bool const waiting = sw.frrProcessingOifSet().contains(oifSet.get()) || sw.frrMtableOifSet().contains(oifSet.get()) ||
+                         face.updatePending(id);
+    if (auto finding = frrFinding(agent, c, oifSet.get(), "group", id, waiting)) out.push_back(where + *finding);
+  }
 }
 
 }  // namespace
@@ -61,45 +186,14 @@ std::vector<std::string> InvariantChecker::check(SimAgent const& agent, DesiredR
   std::vector<bool> heldEverywhere(desired.size(), true);
 
   for (std::uint32_t c = 0; c < chips; ++c) {
-    Fal::MrouteSwitch& sw = agent.switchAt(c);
     std::string const where = chipPrefix(c);
-
-    // The library's sets: those its routes use, and its zombies.
-    absl::btree_set<std::uint32_t> live;
-    absl::btree_set<std::uint32_t> shared;
-    auto note = [&](Fal::MtableOifSet const& set) {
-      live.insert(set.oifSetIndex());
-      if (!set.oifSet() || !set.oifSet()->portVlanSet().reachesNoPort()) shared.insert(set.oifSetIndex());
-    };
-    for (auto const& [handle, route] : sw.routes()) {
-      if (auto const& set = route->mtableOifSet()) note(*set);
+    if (agent.async(c)) {
+      asyncChipFindings(agent, c, out);
+    } else {
+      syncChipFindings(agent, c, out);
     }
-    for (auto const& [key, set] : sw.zombieOifSet()) note(*set);
-    for (auto& v : chip.invariantViolations(c, live)) out.push_back(std::move(v));
-    std::size_t recorded = 0;
-    for (std::uint32_t index : shared) {
-      if (sw.oifSetIndexColl(index)) ++recorded;
-    }
-    if (recorded != shared.size() || sw.oifSetIndexCollSize() != shared.size()) {
-      out.push_back(where + "the switch records " + std::to_string(sw.oifSetIndexCollSize()) +
-                    " shared OIF-set indexes in use, its routes and zombies hold " + std::to_string(shared.size()) +
-                    " (" + std::to_string(recorded) + " of them recorded)");
-    }
-
     auto const& hwRoutes = chip.routes(c);
     auto const& hwBoundaries = chip.boundaries(c);
-    if (sw.routeSize() != hwRoutes.size()) {
-      out.push_back(where + "the switch holds " + std::to_string(sw.routeSize()) + " routes, the chip " +
-                    std::to_string(hwRoutes.size()));
-    }
-    if (sw.boundarySize() != hwBoundaries.size()) {
-      out.push_back(where + "the switch holds " + std::to_string(sw.boundarySize()) + " boundary entries, the chip " +
-                    std::to_string(hwBoundaries.size()));
-    }
-    // Field by field; the chip records what differs.
-    sw.handleVerify();
-
-    for (auto& v : frrFindings(agent, c)) out.push_back(where + v);
 
     std::set<std::tuple<std::uint16_t, IpGenRouteKey, std::uint16_t>> boundaryKeys;
     for (auto const& [h, b] : hwBoundaries) boundaryKeys.emplace(b.vrfId, b.key, b.vlan.value());
@@ -127,8 +221,8 @@ std::vector<std::string> InvariantChecker::check(SimAgent const& agent, DesiredR
       }
       ++present;
       auto const* entry = r->oifSetIndex == 0 ? nullptr : chip.replicationEntry(c, r->oifSetIndex);
-      bool const asWanted = entry && (entry->portVlanSet == want.outputs() ||
-                                      entry->portVlanSet == want.outputs().withFrrApplied());
+      bool const asWanted = entry && entry->programmed &&
+                            (entry->portVlanSet == want.outputs() || entry->portVlanSet == want.outputs().withFrrApplied());
       if (!asWanted) heldEverywhere[slot] = false;
     }
     std::size_t const held = hwRoutes.size() + hwBoundaries.size();
@@ -144,7 +238,11 @@ std::vector<std::string> InvariantChecker::check(SimAgent const& agent, DesiredR
       if (entries.contains(r.oifSetIndex)) ++load_.routesWithEntry;
     }
     load_.entries += entries.size();
-    for (auto const& [key, set] : sw.zombieOifSet()) load_.zombies += entries.contains(set->oifSetIndex());
+    if (agent.async(c)) {
+      for (auto const& [key, set] : agent.asyncSwitchAt(c).zombieOifSet()) load_.zombies += entries.contains(key.multicastId);
+    } else {
+      for (auto const& [key, set] : agent.switchAt(c).zombieOifSet()) load_.zombies += entries.contains(set->oifSetIndex());
+    }
   }
 
   // Route status against what the chips hold.

@@ -2,7 +2,7 @@
 // FalSim::InvariantChecker: compares what the reference chips hold with what
 // the library and the route programmer believe, after every step of a run.
 //
-// Per chip:
+// Per synchronous chip:
 // - every route points at a live replication entry; no entry is held that the
 //   library does not hold a set for (leak), none the library holds is
 //   missing, none was freed twice (ReferenceChip::invariantViolations, fed
@@ -11,11 +11,24 @@
 //   shared sets its routes and zombies hold;
 // - the switch holds as many routes and boundary entries as the chip, and
 //   each agrees field by field (the switch's own verification, through the
-//   verify hooks, whose findings the chip records);
+//   verify hooks, whose findings the chip records).
+// Per asynchronous chip:
+// - the chip's groups are the groups the library records (mcastIdToOifSet
+//   and its zombies): none leaked, none missing, none freed twice, and every
+//   ingress entry points at one of them;
+// - the library's route handles are the chip's ingress entries (routes and
+//   boundaries), each for the same key, VLAN and VRF;
+// - every hardware change the switch made was followed by a verify;
+// - no group was deleted while a route was bound or being bound to it (the
+//   chip records that when it happens).
+// Per chip of either flavour:
+// - a set protected by fast reroute on an interface that is down waits for
+//   its rewrite or holds its rewritten form;
 // - the chip holds no route that nobody wants.
 // Per wanted route: its hardware route status exists and says programmed
-// exactly when every chip holds it as wanted (its entry replicating to the
-// wanted outputs, or to their fast-reroute form after a failure).
+// exactly when every chip holds it as wanted (its entry written and
+// replicating to the wanted outputs, or to their fast-reroute form after a
+// failure).
 // And anything the chip recorded as a violation since the last check.
 //
 // Apart from the chips: each flow a set's traffic makes for one of its routes

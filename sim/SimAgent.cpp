@@ -1,9 +1,11 @@
 #include "sim/SimAgent.h"
 
+#include <algorithm>
 #include <set>
 #include <tuple>
 
 #include "platform/vex/ActivityManager.h"
+#include "platform/vex/Assert.h"
 #include "recovery/RecoverySm.h"
 #include "sync/MtableOifSet.h"
 
@@ -51,9 +53,61 @@ class SimAgent::ChipWatch final : public Fal::MrouteSwitch::Notifiee {
   Counts& counts_;
 };
 
-SimAgent::SimAgent(Scenario const& scenario, Vex::Ptr<ReferenceChip> chip, LinkFactory linkFactory)
+// Counts an asynchronous switch's zombies from its own notifications, and
+// gives its new groups the agent's zombie lifetime.
+class SimAgent::AsyncChipWatch final : public Fal::Mroute::AsyncMrouteSwitch::Notifiee {
+ public:
+  AsyncChipWatch(Vex::Ptr<Fal::Mroute::AsyncMrouteSwitch> const& sw, SimAgent& agent) : sw_(sw.get()), agent_(agent) {
+    notifierIs(Vex::Ptr<Fal::Mroute::AsyncMrouteSwitch const>(sw.get()));
+  }
+
+  void onInUseOifSet(MrouteLib::OifSet const* oifSet) override {
+    auto* set = sw_->inUseOifSet(oifSet);
+    if (set && !set->usedInHw() && !set->isZombie()) set->zombieLifetimeIs(agent_.asyncZombieLifetime());
+  }
+
+  void onZombieOifSet(Fal::Mroute::ZombieKey const& key) override {
+    // Groups that reach no port share the chip's entry kept outside the
+    // table; they hold nothing of their own to reuse.
+    if (ReferenceChipTables::noPortIndex(key.multicastId)) return;
+    Counts& counts = agent_.counts_;
+    if (sw_->zombieOifSet().contains(key)) {
+      ++counts.zombiesEntered;
+      return;
+    }
+    if (sw_->deleted()) return;
+    if (key.expiryTime <= Vex::ActivityManager::current()->now()) {
+      ++counts.zombieExpiries;
+      ++counts.groupsPurged;
+    } else {
+      ++counts.zombieReuses;
+      ++counts.groupsResurrected;
+    }
+  }
+
+ private:
+  Fal::Mroute::AsyncMrouteSwitch const* sw_;  // not owned: the watch goes before its switch
+  SimAgent& agent_;
+};
+
+// Counts the slices of an asynchronous aging review: each expiry of its clock.
+class SimAgent::AgingClockWatch final : public Vex::Clock::Notifiee {
+ public:
+  AgingClockWatch(Vex::Ptr<Vex::Clock> const& clock, Counts& counts) : counts_(counts) { notifierIs(clock); }
+  void onTime() override { ++counts_.agingSlices; }
+
+ private:
+  Counts& counts_;
+};
+
+SimAgent::SimAgent(Scenario const& scenario, Vex::Ptr<ReferenceChip> chip, LinkFactory linkFactory,
+                   AsyncChipFactory asyncChipFactory)
     : chip_(std::move(chip)),
       linkFactory_(std::move(linkFactory)),
+      asyncChipFactory_(std::move(asyncChipFactory)),
+      transactionLatency_(scenario.chips.transactionLatency),
+      seed_(scenario.chips.seed),
+      routingHwRouteStatus_(Vex::make<Routing::Hardware::RouteStatus>()),
       verifyData_(Vex::make<Fal::VerifyData>(false)),
       acsd_(Vex::make<Fal::FalCommonSmData>(verifyData_)),
       l3Status_(Vex::make<Fal::L3Status>()),
@@ -71,7 +125,9 @@ SimAgent::SimAgent(Scenario const& scenario, Vex::Ptr<ReferenceChip> chip, LinkF
   ipStatus_->ipv4RoutingEnabledIs(true);
   ipStatus_->ipv6RoutingEnabledIs(true);
   l3Status_->mrouteZombieEnabledIs(scenario.zombiesEnabled);
+  for (std::uint32_t c = 0; c < chips_; ++c) flavours_.push_back(scenario.chips.flavourOf(c));
   for (auto const& vrf : scenario.vrfs) {
+    routingHwRouteStatus_->vrfStatusIs(vrf.name, vrf.id);
     l3Status_->vrfIs(vrf.name, vrf.id);
     vrfEnabledStatus_->vrfIs(vrf.name);
     vrfConfig_->configIs(vrf.name);
@@ -125,41 +181,138 @@ void SimAgent::start() {
   inc->sm->mfibCounterStatusIs(counterStatus_);
   inc->sm->mfibCounterStatusCtlIs(counterStatusCtl_);
   inc->link->mrouteSmIs(inc->sm);
+  inc->switches.resize(chips_);
+  inc->switchSms.resize(chips_);
+  inc->asyncChips.resize(chips_);
+  inc->asyncSwitches.resize(chips_);
+  inc->asyncSwitchSms.resize(chips_);
   for (std::uint32_t id = 0; id < chips_; ++id) {
-    auto sw = Fal::mrouteSwitchFactory(id, acsd_, l3Status_, inc->link, ipStatus_, hwStatus_, hw6Status_);
-    sw->zombieLifetimeIs(zombieLifetime_);
-    auto sm = Fal::MrouteSwitchSm::MrouteSwitchSmIs(id, acsd_, l3Status_, sw, intfVlanIdTable_, vrfConfig_, vrf6Config_,
-                                                    hwStatus_, hw6Status_, inc->link, nullptr, nullptr, ethIntfStatusDir_,
-                                                    allIntfStatusDir_, allIntfStatusLocalDir_, false, nullptr, nullptr);
-    sm->vex_L3MulticastRequestInIs(l3MulticastRequest_);
-    inc->watches.push_back(std::make_unique<ChipWatch>(sw, counts_));
-    inc->switches.push_back(std::move(sw));
-    inc->switchSms.push_back(std::move(sm));
+    if (async(id)) {
+      startAsync(*inc, id);
+    } else {
+      startSync(*inc, id);
+    }
   }
   inc->programmer = Vex::make<MrouteLib::RouteProgrammer>(inc->registry, hwStatus_, hw6Status_);
-  for (auto const& sw : inc->switches) inc->programmer->switchChipIs(sw);
+  for (std::uint32_t id = 0; id < chips_; ++id) {
+    if (async(id)) {
+      inc->programmer->switchChipIs(inc->asyncSwitches[id], routingHwRouteStatus_);
+    } else {
+      inc->programmer->switchChipIs(inc->switches[id]);
+    }
+  }
   incarnation_ = std::move(inc);
   hwStatus_->hwRoutingIs(true);
+}
+
+void SimAgent::startSync(Incarnation& inc, std::uint32_t id) {
+  auto sw = Fal::mrouteSwitchFactory(id, acsd_, l3Status_, inc.link, ipStatus_, hwStatus_, hw6Status_);
+  sw->zombieLifetimeIs(zombieLifetime_);
+  auto sm = Fal::MrouteSwitchSm::MrouteSwitchSmIs(id, acsd_, l3Status_, sw, intfVlanIdTable_, vrfConfig_, vrf6Config_,
+                                                  hwStatus_, hw6Status_, inc.link, nullptr, nullptr, ethIntfStatusDir_,
+                                                  allIntfStatusDir_, allIntfStatusLocalDir_, false, nullptr, nullptr);
+  sm->vex_L3MulticastRequestInIs(l3MulticastRequest_);
+  inc.watches.push_back(std::make_unique<ChipWatch>(sw, counts_));
+  inc.switches[id] = std::move(sw);
+  inc.switchSms[id] = std::move(sm);
+}
+
+void SimAgent::startAsync(Incarnation& inc, std::uint32_t id) {
+  auto face = asyncChipFactory_ ? asyncChipFactory_(*chip_, id)
+                                : Vex::make<AsyncReferenceChip>("FalSim::AsyncReferenceChip", *chip_, id);
+  face->latencyIs(transactionLatency_);
+  face->seedIs(seed_ + id);
+  auto sw = Fal::Mroute::asyncMrouteSwitchFactory(Vex::Name("chip" + std::to_string(id)), routingHwRouteStatus_, face);
+  auto* am = Vex::ActivityManager::current();
+  auto agingClock = am->clockNew();
+  auto agingClock6 = am->clockNew();
+  inc.agingWatches.push_back(std::make_unique<AgingClockWatch>(agingClock, counts_));
+  inc.agingWatches.push_back(std::make_unique<AgingClockWatch>(agingClock6, counts_));
+  inc.asyncWatches.push_back(std::make_unique<AsyncChipWatch>(sw, *this));
+  inc.asyncSwitchSms[id] = Vex::make<Fal::Mroute::AsyncMrouteSwitchSm>(
+      sw, intfVlanIdTable_, vrfConfig_, vrf6Config_, hwStatus_, hw6Status_, face, am->clockNew(), agingClock, agingClock6,
+      ethIntfStatusDir_, allIntfStatusDir_, allIntfStatusLocalDir_);
+  inc.asyncChips[id] = std::move(face);
+  inc.asyncSwitches[id] = std::move(sw);
+}
+
+Vex::Seconds SimAgent::asyncZombieLifetime() const { return l3Status_->mrouteZombieEnabled() ? zombieLifetime_ : 0.0; }
+
+Fal::MrouteSwitch& SimAgent::switchAt(std::size_t i) const {
+  VEX_ASSERT_MSG(incarnation_->switches[i], "chip " + std::to_string(i) + " is not a synchronous chip");
+  return *incarnation_->switches[i];
+}
+
+Fal::MrouteSwitchSm& SimAgent::switchSmAt(std::size_t i) const {
+  VEX_ASSERT_MSG(incarnation_->switchSms[i], "chip " + std::to_string(i) + " is not a synchronous chip");
+  return *incarnation_->switchSms[i];
+}
+
+AsyncReferenceChip& SimAgent::asyncChipAt(std::size_t i) const {
+  VEX_ASSERT_MSG(incarnation_->asyncChips[i], "chip " + std::to_string(i) + " is not an asynchronous chip");
+  return *incarnation_->asyncChips[i];
+}
+
+Fal::Mroute::AsyncMrouteSwitch& SimAgent::asyncSwitchAt(std::size_t i) const {
+  VEX_ASSERT_MSG(incarnation_->asyncSwitches[i], "chip " + std::to_string(i) + " is not an asynchronous chip");
+  return *incarnation_->asyncSwitches[i];
+}
+
+Fal::Mroute::AsyncMrouteSwitchSm& SimAgent::asyncSwitchSmAt(std::size_t i) const {
+  VEX_ASSERT_MSG(incarnation_->asyncSwitchSms[i], "chip " + std::to_string(i) + " is not an asynchronous chip");
+  return *incarnation_->asyncSwitchSms[i];
+}
+
+AsyncReferenceChip::Statistics SimAgent::asyncStatistics() const {
+  AsyncReferenceChip::Statistics total = pastAsync_;
+  if (incarnation_) {
+    for (auto const& face : incarnation_->asyncChips) {
+      if (face) total += face->statistics();
+    }
+  }
+  return total;
+}
+
+Vex::Seconds SimAgent::longestWait() const {
+  return std::max(pastLongestWait_, incarnation_ ? incarnation_->programmer->longestWait() : 0.0);
+}
+
+std::uint64_t SimAgent::groupsShared() const {
+  return pastGroupsShared_ + (incarnation_ ? incarnation_->programmer->groupsShared() : 0);
 }
 
 void SimAgent::stop(bool chipsSurvive) {
   if (!incarnation_) return;
   auto& inc = *incarnation_;
   // A fast-reroute pass cut short keeps a process-wide resume point: let it finish first.
-  auto* am = Vex::ActivityManager::current();
-  while (am && frrPending() && am->runOnce()) {
-  }
+  frrSettle();
   auto const aging = inc.link->agingCounts();
   pastAging_.refreshes += aging.refreshes;
   pastAging_.clears += aging.clears;
   pastAging_.reads += aging.reads;
   pastAging_.hits += aging.hits;
   pastCounterReads_ += inc.link->counterReads();
-  if (chipsSurvive) inc.link->cut();
+  for (auto const& face : inc.asyncChips) {
+    if (face) pastAsync_ += face->statistics();
+  }
+  pastLongestWait_ = std::max(pastLongestWait_, inc.programmer->longestWait());
+  pastGroupsShared_ += inc.programmer->groupsShared();
+  if (chipsSurvive) {
+    inc.link->cut();
+    for (auto const& face : inc.asyncChips) {
+      if (face) face->cut();
+    }
+  }
   inc.watches.clear();
+  inc.asyncWatches.clear();
+  inc.agingWatches.clear();
   inc.programmer = nullptr;
+  // Each state machine goes before its switch.
   inc.switchSms.clear();
+  inc.asyncSwitchSms.clear();
   inc.switches.clear();
+  inc.asyncSwitches.clear();
+  inc.asyncChips.clear();
   inc.link->mrouteSmIs(nullptr);
   inc.sm = nullptr;
   incarnation_.reset();
@@ -234,15 +387,39 @@ std::uint64_t SimAgent::counterReads() const {
 bool SimAgent::frrPending() const {
   if (!incarnation_) return false;
   for (auto const& sw : incarnation_->switches) {
-    if (sw->frrProcessingOifSet().size() > 0) return true;
+    if (sw && sw->frrProcessingOifSet().size() > 0) return true;
+  }
+  for (auto const& sw : incarnation_->asyncSwitches) {
+    if (sw && sw->frrProcessingOifSet().size() > 0) return true;
+  }
+  return frrUpdatesPending();
+}
+
+bool SimAgent::frrUpdatesPending() const {
+  if (!incarnation_) return false;
+  for (auto const& face : incarnation_->asyncChips) {
+    if (face && face->updatesPending() > 0) return true;
   }
   return false;
+}
+
+void SimAgent::frrSettle() {
+  auto* am = Vex::ActivityManager::current();
+  while (am && frrPending()) {
+    if (am->runOnce()) continue;
+    // Only an outstanding rewrite transaction lets time move on: a set queued
+    // with no review pass scheduled would wait for ever.
+    if (!frrUpdatesPending()) return;
+    am->runUntil(am->nextTime());
+  }
 }
 
 void SimAgent::zombieLifetimeIs(Vex::Seconds s) {
   zombieLifetime_ = s;
   if (!incarnation_) return;
-  for (auto const& sw : incarnation_->switches) sw->zombieLifetimeIs(s);
+  for (auto const& sw : incarnation_->switches) {
+    if (sw) sw->zombieLifetimeIs(s);
+  }
 }
 
 }  // namespace FalSim

@@ -1,12 +1,21 @@
 #pragma once
-// FalSim::SimAgent: one synchronous forwarding agent wired together as a
-// chip agent would wire it, over the reference chips.
+// FalSim::SimAgent: one forwarding agent wired together as a chip agent would
+// wire it, over the reference chips, each chip driven by the flavour of the
+// library the scenario gives it.
 //
 // The platform entities (L3 status, FIB configuration, VRF enablement,
-// interfaces, the VLAN map) outlive the agent; the library objects, the
-// counter status they publish and the hardware status do not. An incarnation is: a ChipLink to the chips, one
-// Fal::MrouteSm, per chip a Fal::MrouteSwitch and a Fal::MrouteSwitchSm, and
-// the route programmer with its OIF-set registry, driving every switch.
+// interfaces, the VLAN map, the chips' VRF ids) outlive the agent; the
+// library objects, the counter status they publish and the hardware status
+// do not. An incarnation is: a ChipLink to the chips and one Fal::MrouteSm
+// (multicast routing, counters); per synchronous chip a Fal::MrouteSwitch and
+// a Fal::MrouteSwitchSm; per asynchronous chip an AsyncReferenceChip face, a
+// Fal::Mroute::AsyncMrouteSwitch and its AsyncMrouteSwitchSm (with its
+// zombie and aging clocks); and the route programmer with its OIF-set
+// registry, driving every chip in chip order.
+//
+// Asynchronous groups take the scenario's zombie lifetime when they are made
+// (0 with zombies disabled), as an agent configured with it would set them;
+// a change of the lifetime applies to groups made afterwards.
 //
 // restart() is an agent restart that the chips survive: the incarnation
 // dies (its link is cut first, so its cleanup reaches no hardware), the
@@ -17,8 +26,9 @@
 // part (the runner replays them).
 //
 // Counts what the report needs from the library's own notifications: zombies
-// entered, resurrected and expired, and table-full episodes (a free flag
-// going false).
+// entered, resurrected and expired (of either flavour), table-full episodes
+// (a free flag going false) and asynchronous aging slices (an aging clock
+// firing).
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -43,6 +53,10 @@
 #include "platform/intf/IpStatus.h"
 #include "platform/mroutelib/OifSetRegistry.h"
 #include "platform/mroutelib/RouteProgrammer.h"
+#include "async/AsyncMrouteSwitch.h"
+#include "async/AsyncMrouteSwitchSm.h"
+#include "platform/fib/routing/RouteStatus.h"
+#include "sim/AsyncReferenceChip.h"
 #include "sim/ChipLink.h"
 #include "sim/ReferenceChip.h"
 #include "sim/Scenario.h"
@@ -63,6 +77,10 @@ class SimAgent {
     std::uint64_t zombieExpiries = 0;  // released when their lifetime ran out
     // Free flags going false, by ReferenceChip::Table.
     std::array<std::uint64_t, 3> tableFullEpisodes{};
+    // Asynchronous chips only (their share of the zombie figures above).
+    std::uint64_t groupsResurrected = 0;
+    std::uint64_t groupsPurged = 0;
+    std::uint64_t agingSlices = 0;  // aging clock expiries
   };
 
   struct RecoveryFigures {
@@ -73,9 +91,13 @@ class SimAgent {
 
   // Makes each incarnation's hook object; a plain ChipLink when empty.
   using LinkFactory = std::function<Vex::Ptr<ChipLink>(Vex::Ptr<ReferenceChip> const&)>;
+  // Makes each incarnation's face of one asynchronous chip; a plain
+  // AsyncReferenceChip when empty.
+  using AsyncChipFactory = std::function<Vex::Ptr<AsyncReferenceChip>(ReferenceChipTables& tables, std::uint32_t chip)>;
 
   // Sets the platform entities up from the scenario; start() brings the agent up.
-  SimAgent(Scenario const& scenario, Vex::Ptr<ReferenceChip> chip, LinkFactory linkFactory = {});
+  SimAgent(Scenario const& scenario, Vex::Ptr<ReferenceChip> chip, LinkFactory linkFactory = {},
+           AsyncChipFactory asyncChipFactory = {});
   ~SimAgent();
   SimAgent(SimAgent const&) = delete;
   SimAgent& operator=(SimAgent const&) = delete;
@@ -93,15 +115,35 @@ class SimAgent {
   // The current incarnation's objects.
   MrouteLib::RouteProgrammer& programmer() const { return *incarnation_->programmer; }
   Fal::MrouteSm& mrouteSm() const { return *incarnation_->sm; }
-  std::size_t switches() const { return incarnation_->switches.size(); }
-  Fal::MrouteSwitch& switchAt(std::size_t i) const { return *incarnation_->switches[i]; }
-  Fal::MrouteSwitchSm& switchSmAt(std::size_t i) const { return *incarnation_->switchSms[i]; }
+  // Chips, numbered as the reference chips are; each has the objects of its flavour.
+  std::size_t switches() const { return chips_; }
+  Scenario::Flavour flavour(std::size_t chip) const { return flavours_[chip]; }
+  bool async(std::size_t chip) const { return flavours_[chip] == Scenario::Flavour::async; }
+  // A synchronous chip's switch and state machine.
+  Fal::MrouteSwitch& switchAt(std::size_t i) const;
+  Fal::MrouteSwitchSm& switchSmAt(std::size_t i) const;
+  // An asynchronous chip's face, switch and state machine.
+  AsyncReferenceChip& asyncChipAt(std::size_t i) const;
+  Fal::Mroute::AsyncMrouteSwitch& asyncSwitchAt(std::size_t i) const;
+  Fal::Mroute::AsyncMrouteSwitchSm& asyncSwitchSmAt(std::size_t i) const;
   ChipLink& link() const { return *incarnation_->link; }
+  // The asynchronous faces' figures, and the route programmer's about
+  // asynchronous chips, over every incarnation.
+  AsyncReferenceChip::Statistics asyncStatistics() const;
+  Vex::Seconds longestWait() const;
+  std::uint64_t groupsShared() const;
+  // The chips' VRFs and their ids, as the asynchronous switches read them.
+  Routing::Hardware::RouteStatus const& routingHwRouteStatus() const { return *routingHwRouteStatus_; }
   // Aging counts of every incarnation's link.
   ChipLink::AgingCounts agingCounts() const;
   std::uint64_t counterReads() const;
-  // Whether some chip still has OIF sets waiting for their fast-reroute rewrite.
+  // Whether some chip still has OIF sets waiting for their fast-reroute
+  // rewrite, or (asynchronous) a rewrite's transaction outstanding.
   bool frrPending() const;
+  // Runs the loop until no chip has: the review passes run, and time moves
+  // on to outstanding rewrite transactions. Stops early when sets wait with
+  // no pass scheduled to rewrite them (frrPending() still says so).
+  void frrSettle();
 
   HwStatus& hwStatus(Netcore::AddressFamily af) const { return af == Netcore::AddressFamily::ipv6 ? *hw6Status_ : *hwStatus_; }
   Vex::Ptr<HwStatus> const& hwStatusPtr() const { return hwStatus_; }
@@ -133,23 +175,41 @@ class SimAgent {
 
  private:
   class ChipWatch;
+  class AsyncChipWatch;
+  class AgingClockWatch;
+  // By chip number; a chip's entries of the other flavour stay null.
   struct Incarnation {
     Vex::Ptr<ChipLink> link;
     Vex::Ptr<MrouteLib::OifSetRegistry> registry;
     Vex::Ptr<Fal::MrouteSm> sm;
     std::vector<Vex::Ptr<Fal::MrouteSwitch>> switches;
     std::vector<Vex::Ptr<Fal::MrouteSwitchSm>> switchSms;
+    std::vector<Vex::Ptr<AsyncReferenceChip>> asyncChips;
+    std::vector<Vex::Ptr<Fal::Mroute::AsyncMrouteSwitch>> asyncSwitches;
+    std::vector<Vex::Ptr<Fal::Mroute::AsyncMrouteSwitchSm>> asyncSwitchSms;
     std::vector<std::unique_ptr<ChipWatch>> watches;
+    std::vector<std::unique_ptr<AsyncChipWatch>> asyncWatches;
+    std::vector<std::unique_ptr<AgingClockWatch>> agingWatches;
     Vex::Ptr<MrouteLib::RouteProgrammer> programmer;
   };
 
   // chipsSurvive: the process dies without a word to the chips (a restart).
   void stop(bool chipsSurvive = true);
+  bool frrUpdatesPending() const;
   Vex::Ptr<HwStatus> newHwStatus(Netcore::AddressFamily af) const;
   std::size_t clearStaleChipState();
+  void startSync(Incarnation& inc, std::uint32_t id);
+  void startAsync(Incarnation& inc, std::uint32_t id);
+  // The lifetime asynchronous groups take when they are made.
+  Vex::Seconds asyncZombieLifetime() const;
 
   Vex::Ptr<ReferenceChip> chip_;
   LinkFactory linkFactory_;
+  AsyncChipFactory asyncChipFactory_;
+  std::vector<Scenario::Flavour> flavours_;
+  Vex::Seconds transactionLatency_;
+  std::uint64_t seed_;
+  Vex::Ptr<Routing::Hardware::RouteStatus> routingHwRouteStatus_;
   Vex::Ptr<Fal::VerifyData> verifyData_;
   Vex::Ptr<Fal::FalCommonSmData> acsd_;
   Vex::Ptr<Fal::L3Status> l3Status_;
@@ -171,6 +231,9 @@ class SimAgent {
   // Aging counts of the incarnations that have gone.
   ChipLink::AgingCounts pastAging_;
   std::uint64_t pastCounterReads_ = 0;
+  AsyncReferenceChip::Statistics pastAsync_;
+  Vex::Seconds pastLongestWait_ = 0;
+  std::uint64_t pastGroupsShared_ = 0;
   Counts counts_;
   Vex::Seconds zombieLifetime_;
   std::uint32_t chips_;

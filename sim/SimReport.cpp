@@ -76,6 +76,19 @@ void SimReport::printHuman(std::ostream& os) const {
   line("Traffic", "packets sent " + to_string(packetsSent) + ", forwarded " + to_string(packetsForwarded) +
                       ", dropped " + to_string(packetsDropped) + ", copies " + to_string(copies) +
                       "; expectations met " + to_string(expectationsMet) + ", failed " + to_string(expectationsFailed));
+  if (asyncChips > 0) {
+    std::string failed;
+    for (auto const& [reason, n] : xactsFailedByReason) failed += (failed.empty() ? "" : ", ") + reason + " " + to_string(n);
+    line("Transactions", to_string(asyncChips) + (asyncChips == 1 ? " asynchronous chip" : " asynchronous chips") +
+                             ": started " + to_string(xactsStarted) + ", completed " + to_string(xactsCompleted) +
+                             ", failed " + to_string(xactsFailed) + (failed.empty() ? "" : " (" + failed + ")") +
+                             "; longest wait " + seconds(longestWait) + ", routes waiting " + to_string(routesWaiting));
+    line("Groups", "allocated " + to_string(groupsAllocated) + ", shared " + to_string(groupsShared) +
+                       ", resurrected " + to_string(groupsResurrected) + ", purged " + to_string(groupsPurged) +
+                       ", deleted " + to_string(groupsDeleted) + ", rewritten in place " + to_string(groupUpdates));
+    line("Async aging", "slices " + to_string(asyncAgingSlices) + ", last-access reads " + to_string(lastAccessReads) +
+                            ", stamps " + to_string(lastAccessStamps));
+  }
   if (kernelChips > 0) {
     line("Kernel", to_string(kernelChips) + (kernelChips == 1 ? " chip" : " chips") + " on the Linux kernel: real packets sent " +
                        to_string(realPacketsSent) + " (send errors " + to_string(realSendErrors) + "), copies captured " +
@@ -201,6 +214,39 @@ void SimReport::printJson(std::ostream& os) const {
   u("expectationsMet", expectationsMet);
   u("expectationsFailed", expectationsFailed);
   w.EndObject();
+  if (asyncChips > 0) {
+    w.Key("async");
+    w.StartObject();
+    u("chips", asyncChips);
+    w.Key("transactions");
+    w.StartObject();
+    u("started", xactsStarted);
+    u("completed", xactsCompleted);
+    u("failed", xactsFailed);
+    w.Key("failedByReason");
+    w.StartObject();
+    for (auto const& [reason, n] : xactsFailedByReason) u(reason.c_str(), n);
+    w.EndObject();
+    d("longestWait", longestWait);
+    u("routesWaiting", routesWaiting);
+    w.EndObject();
+    w.Key("groups");
+    w.StartObject();
+    u("allocated", groupsAllocated);
+    u("shared", groupsShared);
+    u("resurrected", groupsResurrected);
+    u("purged", groupsPurged);
+    u("deleted", groupsDeleted);
+    u("rewrittenInPlace", groupUpdates);
+    w.EndObject();
+    w.Key("aging");
+    w.StartObject();
+    u("slices", asyncAgingSlices);
+    u("lastAccessReads", lastAccessReads);
+    u("stamps", lastAccessStamps);
+    w.EndObject();
+    w.EndObject();
+  }
   if (kernelChips > 0) {
     w.Key("kernel");
     w.StartObject();

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <ostream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/vex/Types.h"
@@ -85,6 +86,24 @@ class SimReport {
   std::uint64_t copies = 0;
   std::size_t expectationsMet = 0;
   std::size_t expectationsFailed = 0;
+
+  // Asynchronous chips (when there are any).
+  std::uint32_t asyncChips = 0;
+  std::uint64_t xactsStarted = 0;
+  std::uint64_t xactsCompleted = 0;  // succeeded
+  std::uint64_t xactsFailed = 0;
+  std::vector<std::pair<std::string, std::uint64_t>> xactsFailedByReason;  // in the order of the codes
+  Vex::Seconds longestWait = 0;  // of a route on one chip, for its transactions
+  std::size_t routesWaiting = 0;  // at the end
+  std::uint64_t groupsAllocated = 0;
+  std::uint64_t groupsShared = 0;      // handed to a route while other routes held them
+  std::uint64_t groupsResurrected = 0;  // zombies taken back
+  std::uint64_t groupsPurged = 0;       // zombies released when their lifetime ran out
+  std::uint64_t groupsDeleted = 0;
+  std::uint64_t groupUpdates = 0;       // rewritten in place (fast reroute)
+  std::uint64_t asyncAgingSlices = 0;
+  std::uint64_t lastAccessReads = 0;
+  std::uint64_t lastAccessStamps = 0;   // reads that found newer activity
 
   // Real packets through the Linux kernel (chips "kernel" only).
   std::uint32_t kernelChips = 0;

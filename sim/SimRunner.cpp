@@ -81,7 +81,7 @@ void SimRunner::start() {
       return Vex::make<KernelChipLink>("FalSim::KernelChipLink", chip, *kernel_);
     };
   }
-  agent_ = std::make_unique<SimAgent>(scenario_, chip_, std::move(linkFactory));
+  agent_ = std::make_unique<SimAgent>(scenario_, chip_, std::move(linkFactory), options_.asyncChipFactory);
   agent_->counterStatusNameIs(options_.counterStatusName);
   agent_->start();
   am_.runUntil(am_.now());
@@ -193,14 +193,14 @@ void SimRunner::interfaceDown(Netcore::IntfId intf, std::string const& where) {
   if (kernel_) kernel_->portOperIs(intf, false);
   status->operStatusIs(Interface::intfOperDown);
   // The review pass rewrites the protected sets in slices; converged when none is left.
-  while (agent_->frrPending() && am_.runOnce()) {
-  }
+  agent_->frrSettle();
   Vex::Seconds const took = am_.now() - failedAt;
   if (agent_->frrPending()) {
     // Sets wait for a rewrite that no pass is scheduled to make.
     std::string waiting;
     for (std::size_t c = 0; c < agent_->switches(); ++c) {
-      auto const n = agent_->switchAt(c).frrProcessingOifSet().size();
+      auto const n = agent_->async(c) ? agent_->asyncSwitchAt(c).frrProcessingOifSet().size()
+                                      : agent_->switchAt(c).frrProcessingOifSet().size();
       if (n > 0) waiting += (waiting.empty() ? "chip " : ", chip ") + std::to_string(c) + ": " + std::to_string(n);
     }
     report_.violationIs(where + ": fast reroute did not converge: OIF sets still wait for their rewrite with no "
@@ -311,6 +311,10 @@ void SimRunner::config(Scenario::Config const& c) {
 }
 
 void SimRunner::fault(Scenario::Fault const& f) {
+  if (f.transaction) {
+    transactionFault(f);
+    return;
+  }
   for (std::uint32_t c = 0; c < scenario_.chips.count; ++c) {
     if (f.chip && *f.chip != c) continue;
     if (f.failNext) chip_->failNextAllocationsIs(c, f.table, *f.failNext);
@@ -319,9 +323,26 @@ void SimRunner::fault(Scenario::Fault const& f) {
   if (f.forceFull && !*f.forceFull) kick(f.chip);
 }
 
+void SimRunner::transactionFault(Scenario::Fault const& f) {
+  for (std::uint32_t c = 0; c < scenario_.chips.count; ++c) {
+    if ((f.chip && *f.chip != c) || !agent_->async(c)) continue;
+    AsyncReferenceChip& face = agent_->asyncChipAt(c);
+    AsyncReferenceChip::Failures failures = face.failures(*f.transaction);
+    if (f.failNext) failures.next = *f.failNext;
+    if (f.probability) failures.probability = *f.probability;
+    face.failuresIs(*f.transaction, failures);
+    if (failures.next == 0 && failures.probability == 0) kick(c);
+  }
+}
+
 void SimRunner::kick(std::optional<std::uint32_t> chip) {
   for (std::uint32_t c = 0; c < agent_->switches(); ++c) {
-    if (!chip || *chip == c) agent_->switchAt(c).mrouteReviewKickInc();
+    if (chip && *chip != c) continue;
+    if (agent_->async(c)) {
+      agent_->programmer().retryParked(&agent_->asyncSwitchAt(c));
+    } else {
+      agent_->switchAt(c).mrouteReviewKickInc();
+    }
   }
   agent_->routesChanged();
 }
@@ -374,8 +395,12 @@ void SimRunner::restart(Scenario::Event const& e) {
 void SimRunner::check(std::string const& where) {
   for (auto& finding : checker_.check(*agent_, desired_)) report_.violationIs(where + ": " + finding);
   auto const& load = checker_.load();
-  if (load.hwRoutes > report_.peakHwRoutes) {
+  // At the same load, a later check where more of the routes replicate
+  // (asynchronous bindings completed) tells the sharing better.
+  if (load.hwRoutes > report_.peakHwRoutes ||
+      (load.hwRoutes == report_.peakHwRoutes && load.routesWithEntry > peakRoutesWithEntry_)) {
     report_.peakHwRoutes = load.hwRoutes;
+    peakRoutesWithEntry_ = load.routesWithEntry;
     report_.sharingAtPeak = load.sharingRatio();
   }
   report_.peakRoutesParked = std::max(report_.peakRoutesParked, agent_->programmer().routesParked());
@@ -412,6 +437,30 @@ void SimRunner::progress(Vex::Seconds target) {
   options_.progress(os.str());
 }
 
+void SimRunner::fillAsyncFigures() {
+  SimReport& r = report_;
+  r.asyncChips = scenario_.chips.asyncCount();
+  if (r.asyncChips == 0) return;
+  auto const stats = agent_->asyncStatistics();
+  auto const& counts = agent_->counts();
+  r.xactsStarted = stats.xactsStarted;
+  r.xactsCompleted = stats.xactsSucceeded;
+  r.xactsFailed = stats.xactsFailed;
+  r.xactsFailedByReason.clear();
+  for (auto const& [reason, n] : stats.failedByReason) r.xactsFailedByReason.emplace_back(xactReasonName(reason), n);
+  r.longestWait = agent_->longestWait();
+  r.routesWaiting = agent_->programmer().routesWaiting();
+  r.groupsAllocated = stats.groupsAllocated;
+  r.groupsShared = agent_->groupsShared();
+  r.groupsResurrected = counts.groupsResurrected;
+  r.groupsPurged = counts.groupsPurged;
+  r.groupsDeleted = stats.groupsDeleted;
+  r.groupUpdates = stats.groupUpdates;
+  r.asyncAgingSlices = counts.agingSlices;
+  r.lastAccessReads = stats.activityReads;
+  r.lastAccessStamps = stats.newerActivity;
+}
+
 void SimRunner::fillFigures() {
   SimReport& r = report_;
   r.endTime = now();
@@ -429,7 +478,10 @@ void SimRunner::fillFigures() {
     r.hwBoundaries += chip_->boundaries(c).size();
     r.entriesInUse += chip_->replicationEntries(c).size();
   }
-  for (std::size_t c = 0; c < agent_->switches(); ++c) r.zombiesNow += agent_->switchAt(c).zombieOifSet().size();
+  for (std::size_t c = 0; c < agent_->switches(); ++c) {
+    r.zombiesNow += agent_->async(c) ? agent_->asyncSwitchAt(c).zombieOifSet().size()
+                                     : agent_->switchAt(c).zombieOifSet().size();
+  }
   auto const stats = chip_->statisticsTotal();
   r.peakEntries = stats.peakEntries;
   r.allocations = stats.allocations;
@@ -473,6 +525,8 @@ void SimRunner::fillFigures() {
     r.countedTotal += row.value();
   }
   r.counterReads = agent_->counterReads();
+
+  fillAsyncFigures();
 
   if (kernel_) {
     auto const& k = kernel_->figures();

@@ -18,6 +18,11 @@
 // run() does it all; start(), step() and finish() let a test look at the
 // chips between events.
 //
+// Chips run the flavour the scenario gives them. A transaction fault makes an
+// asynchronous chip's transactions of one kind fail; when its failures stop
+// (or room comes back), the chip agent asks the route programmer to retry
+// at once.
+//
 // With "chip": "kernel" the chips are also programmed into the Linux kernel
 // (KernelBacking, through KernelChipLink), every traffic packet is also sent
 // for real, and a packet whose real copies differ from the reference chip's
@@ -46,6 +51,8 @@ class SimRunner {
     // Makes the reference chips; a plain ReferenceChip when empty. Tests give
     // one that misbehaves.
     ChipFactory chipFactory;
+    // Makes the faces of the asynchronous chips; plain ones when empty.
+    SimAgent::AsyncChipFactory asyncChipFactory;
     // Told a progress line now and then on runs that take long in wall time,
     // between events and inside long stretches of virtual time alike.
     std::function<void(std::string const&)> progress;
@@ -103,8 +110,10 @@ class SimRunner {
   void config(Scenario::Config const& c);
   void fault(Scenario::Fault const& f);
   void restart(Scenario::Event const& e);
-  // Room came back on a chip: the chip agent asks for a review of parked routes.
+  // Room came back on a chip, or its failures stopped: the chip agent asks
+  // for a review of parked routes.
   void kick(std::optional<std::uint32_t> chip);
+  void transactionFault(Scenario::Fault const& f);
   void check(std::string const& where);
   // Runs the loop to the scenario time t, one clock time after the other, with a progress line
   // whenever one is due: a long stretch of virtual time is no silent hang.
@@ -112,6 +121,7 @@ class SimRunner {
   void progress(Vex::Seconds target);
   double wallNow() const;
   void fillFigures();
+  void fillAsyncFigures();
 
   Scenario scenario_;
   Options options_;
@@ -124,6 +134,7 @@ class SimRunner {
   DesiredRoutes desired_;
   SimReport report_;
   std::size_t next_ = 0;
+  std::size_t peakRoutesWithEntry_ = 0;
   double wallStart_ = 0;
   double lastProgress_ = 0;
   bool started_ = false;
