@@ -22,11 +22,12 @@ std::string copiesText(std::vector<MrouteLib::PortVlan> const& copies) {
   return out + "]";
 }
 
-// Where the flow a set's traffic sends for one route comes from: the event's
-// source when the route's source prefix holds it, else an address the prefix
-// holds (the host itself, the first address after a prefix's own, or a
-// documentation address for a (*, G) route).
-Netcore::IpGenAddr flowSource(Routing::Multicast::Fib::IpGenRouteKey const& key, Netcore::IpGenAddr const& setSource) {
+}  // namespace
+
+SimRunner::SimRunner(Scenario scenario) : SimRunner(std::move(scenario), Options()) {}
+
+Netcore::IpGenAddr SimRunner::flowSource(Routing::Multicast::Fib::IpGenRouteKey const& key,
+                                         Netcore::IpGenAddr const& setSource) {
   Netcore::IpGenPrefix const& prefix = key.source();
   if (setSource.af() == key.af() && prefix.contains(setSource)) return setSource;
   bool const v6 = key.af() == Netcore::AddressFamily::ipv6;
@@ -37,10 +38,6 @@ Netcore::IpGenAddr flowSource(Routing::Multicast::Fib::IpGenRouteKey const& key,
   bytes[15] |= 1U;
   return Netcore::IpGenAddr::v6(bytes);
 }
-
-}  // namespace
-
-SimRunner::SimRunner(Scenario scenario) : SimRunner(std::move(scenario), Options()) {}
 
 SimRunner::SimRunner(Scenario scenario, Options options)
     : scenario_(std::move(scenario)),

@@ -77,6 +77,13 @@ class SimRunner {
 
   SimReport run();
 
+  // Where the flow a set's traffic sends for the route of key comes from: the
+  // event's setSource when the route's source prefix holds it, else an
+  // address the prefix holds (the host itself, the first address after a
+  // prefix's own, or a documentation address for a (*, G) route).
+  static Netcore::IpGenAddr flowSource(Routing::Multicast::Fib::IpGenRouteKey const& key,
+                                       Netcore::IpGenAddr const& setSource);
+
   // Brings the agent up and checks it.
   void start();
   // Runs the next event; false when none is left.

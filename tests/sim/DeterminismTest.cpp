@@ -37,6 +37,8 @@ TEST_P(DeterminismTest, TwoProcessesGiveTheSameReport) {
 INSTANTIATE_TEST_SUITE_P(
     Scenarios, DeterminismTest,
     ::testing::Values("examples/iptv.json", "examples/churn.json", "examples/frr.json", "examples/restart.json",
+                      "examples/async-iptv.json", "examples/async-churn.json", "examples/async-frr.json",
+                      "examples/async-failures.json",
                       "tests/sim/scenarios/parked-routes-wanted-order.json",
                       "tests/sim/scenarios/always-due-clocks.json",
                       "tests/sim/scenarios/generated-multichip-churn.json"),
