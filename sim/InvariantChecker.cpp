@@ -167,8 +167,11 @@ void asyncChipFindings(SimAgent const& agent, std::uint32_t c, std::vector<std::
     auto const oifSet = sw.mcastIdToOifSet(id);
     auto const* set = oifSet ? sw.inUseOifSet(oifSet.get()) : nullptr;
     if (!set || set->isZombie() || set->multicastId() != id) continue;
+    // A rewrite whose transaction failed was reported by the chip (the
+    // report counts it); the library does not retry in-place updates.
+    auto const xact = face.groupXact(id);
     bool const waiting = sw.frrProcessingOifSet().contains(oifSet.get()) || sw.frrMtableOifSet().contains(oifSet.get()) ||
-                         face.updatePending(id);
+                         face.updatePending(id) || (xact && xact->failed());
     if (auto finding = frrFinding(agent, c, oifSet.get(), "group", id, waiting)) out.push_back(where + *finding);
   }
 }

@@ -23,7 +23,8 @@
 //   chip records that when it happens).
 // Per chip of either flavour:
 // - a set protected by fast reroute on an interface that is down waits for
-//   its rewrite or holds its rewritten form;
+//   its rewrite or holds its rewritten form (or, asynchronous, its rewrite's
+//   transaction failed: the chip reported that, nobody retries it);
 // - the chip holds no route that nobody wants.
 // Per wanted route: its hardware route status exists and says programmed
 // exactly when every chip holds it as wanted (its entry written and
