@@ -132,6 +132,13 @@ int main(int argc, char** argv) {
       std::cerr << "mroute-sim: " << scenarioPath << ": --flavour async: kernel chips run the sync flavour only\n";
       return kExitBadScenario;
     }
+    for (auto const& e : scenario.events) {
+      if (flavour == "sync" && e.kind == FalSim::Scenario::EventKind::fault && e.fault.transaction) {
+        std::cerr << "mroute-sim: " << scenarioPath << ": --flavour sync: " << e.path
+                  << " is a transaction fault, which only asynchronous chips have\n";
+        return kExitBadScenario;
+      }
+    }
   }
 
   if (scenario.chips.kernel) {
