@@ -7,6 +7,7 @@
 
 #include "platform/upg/RapidJson.h"
 #include "tests/sim/MrouteSimProcess.h"
+#include "tests/sim/ScenarioFileTestName.h"
 
 namespace {
 
@@ -42,14 +43,6 @@ INSTANTIATE_TEST_SUITE_P(
                       "tests/sim/scenarios/parked-routes-wanted-order.json",
                       "tests/sim/scenarios/always-due-clocks.json",
                       "tests/sim/scenarios/generated-multichip-churn.json"),
-    [](auto const& info) {
-      std::string name = info.param;
-      name = name.substr(name.rfind('/') + 1);
-      name = name.substr(0, name.find('.'));
-      for (char& ch : name) {
-        if (ch == '-') ch = '_';
-      }
-      return name;
-    });
+    [](auto const& info) { return FalSimTest::scenarioFileTestName(info.param); });
 
 }  // namespace

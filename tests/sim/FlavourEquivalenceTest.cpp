@@ -13,6 +13,7 @@
 
 #include "sim/ScenarioLoader.h"
 #include "sim/SimRunner.h"
+#include "tests/sim/ScenarioFileTestName.h"
 
 namespace {
 
@@ -188,12 +189,6 @@ INSTANTIATE_TEST_SUITE_P(
                       "tests/sim/scenarios/frr-zombie-resurrected.json",
                       "tests/sim/scenarios/no-outputs-freed-together.json",
                       "tests/sim/scenarios/set-traffic-prefix-sources.json"),
-    [](auto const& info) {
-      std::string name = info.param;
-      name = name.substr(name.rfind('/') + 1);
-      name = name.substr(0, name.find('.'));
-      std::replace(name.begin(), name.end(), '-', '_');
-      return name;
-    });
+    [](auto const& info) { return FalSimTest::scenarioFileTestName(info.param); });
 
 }  // namespace
