@@ -261,6 +261,7 @@ std::vector<std::string> InvariantChecker::check(SimAgent const& agent, DesiredR
       continue;
     }
     bool const held = chips > 0 && heldEverywhere[slot];
+    if (!route->programmed() && route->failureReason() != 0) ++load_.unprogrammedByReason[route->failureReason()];
     if (route->programmed() != held) {
       out.push_back(name + "its status says " + (route->programmed() ? "programmed" : "not programmed") +
                     ", but " + (held ? "every chip holds it as wanted" : "not every chip holds it as wanted"));

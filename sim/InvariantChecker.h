@@ -63,6 +63,8 @@ class InvariantChecker {
     std::size_t routesWithEntry = 0;  // of which replicate through an entry
     std::size_t entries = 0;          // replication entries over all chips
     std::size_t zombies = 0;          // of which zombies
+    // Wanted routes not programmed, by the failure code in their status.
+    absl::btree_map<std::uint32_t, std::size_t> unprogrammedByReason;
     // Routes per live (non-zombie) entry; 0 when there is none.
     double sharingRatio() const {
       return entries > zombies ? static_cast<double>(routesWithEntry) / static_cast<double>(entries - zombies) : 0.0;

@@ -49,9 +49,11 @@ void SimReport::printHuman(std::ostream& os) const {
   line("Scenario", Printable::text(scenario) + (description.empty() ? "" : ": " + Printable::text(description)));
   line("Run", to_string(events) + " events (" + to_string(eventsLate) + " late), " + to_string(chips) +
                   (chips == 1 ? " chip" : " chips") + ", virtual time " + seconds(endTime) + ", wall " + seconds(wallSeconds));
+  std::string peakReasons;
+  for (auto const& [reason, n] : peakParkedByReason) peakReasons += (peakReasons.empty() ? "; " : ", ") + reason + " " + to_string(n);
   line("Routes", "wanted " + to_string(routesDesired) + ", programmed on every chip " + to_string(routesProgrammed) +
-                     ", parked " + to_string(routesParked) + " (peak " + to_string(peakRoutesParked) + "), retries " +
-                     to_string(retries) + ", chip calls " + to_string(programmingCalls));
+                     ", parked " + to_string(routesParked) + " (peak " + to_string(peakRoutesParked) + peakReasons +
+                     "), retries " + to_string(retries) + ", chip calls " + to_string(programmingCalls));
   line("Hardware", "routes " + to_string(hwRoutes) + ", boundary entries " + to_string(hwBoundaries) +
                        " (all chips)");
   line("Replication", "entries in use " + to_string(entriesInUse) + " (zombies " + to_string(zombiesNow) +
@@ -152,6 +154,10 @@ void SimReport::printJson(std::ostream& os) const {
   u("programmed", routesProgrammed);
   u("parked", routesParked);
   u("peakParked", peakRoutesParked);
+  w.Key("peakParkedByReason");
+  w.StartObject();
+  for (auto const& [reason, n] : peakParkedByReason) u(reason.c_str(), n);
+  w.EndObject();
   u("retries", retries);
   u("chipCalls", programmingCalls);
   u("hwRoutes", hwRoutes);

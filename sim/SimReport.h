@@ -35,6 +35,9 @@ class SimReport {
   std::size_t routesProgrammed = 0;  // on every chip
   std::size_t routesParked = 0;      // on some chip, at the end
   std::size_t peakRoutesParked = 0;
+  // The most routes held back at once for each reason their status gave, in
+  // the order of the codes.
+  std::vector<std::pair<std::string, std::size_t>> peakParkedByReason;
   std::uint64_t retries = 0;
   std::uint64_t programmingCalls = 0;
   std::size_t hwRoutes = 0;  // over all chips, at the end

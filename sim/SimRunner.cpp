@@ -6,6 +6,7 @@
 
 #include "absl/container/flat_hash_set.h"
 #include "platform/intf/IntfOperStatus.h"
+#include "platform/mroutelib/AsyncSwitchChip.h"
 #include "sim/KernelChipLink.h"
 #include "sim/Printable.h"
 
@@ -20,6 +21,23 @@ std::string copiesText(std::vector<MrouteLib::PortVlan> const& copies) {
   std::string out = "[";
   for (std::size_t i = 0; i < copies.size(); ++i) out += (i ? ", " : "") + copies[i].stringValue();
   return out + "]";
+}
+
+// The name of a failure code in a route's status: the route programmer's
+// own, the asynchronous switch's, else the asynchronous chip's.
+std::string routeFailureName(std::uint32_t code) {
+  using MrouteLib::AsyncSwitchChip;
+  using MrouteLib::RouteProgrammer;
+  switch (code) {
+    case RouteProgrammer::kFailureReplicationTableFull: return "replicationTableFull";
+    case RouteProgrammer::kFailureRouteTableFull: return "routeTableFull";
+    case RouteProgrammer::kFailureBoundaryTableFull: return "boundaryTableFull";
+    case RouteProgrammer::kFailureOther: return "other";
+    case AsyncSwitchChip::kFailureNoMulticastId: return "noMulticastId";
+    case AsyncSwitchChip::kFailureRouteRefused: return "routeRefused";
+    case AsyncSwitchChip::kFailureNoVrfStatus: return "noVrfStatus";
+    default: return xactReasonName(code);
+  }
 }
 
 }  // namespace
@@ -401,6 +419,10 @@ void SimRunner::check(std::string const& where) {
     report_.sharingAtPeak = load.sharingRatio();
   }
   report_.peakRoutesParked = std::max(report_.peakRoutesParked, agent_->programmer().routesParked());
+  for (auto const& [reason, n] : load.unprogrammedByReason) {
+    std::size_t& peak = peakParkedByReason_[reason];
+    peak = std::max(peak, n);
+  }
 }
 
 void SimRunner::runTo(Vex::Seconds t) {
@@ -522,6 +544,8 @@ void SimRunner::fillFigures() {
     r.countedTotal += row.value();
   }
   r.counterReads = agent_->counterReads();
+  r.peakParkedByReason.clear();
+  for (auto const& [reason, n] : peakParkedByReason_) r.peakParkedByReason.emplace_back(routeFailureName(reason), n);
 
   fillAsyncFigures();
 

@@ -142,6 +142,7 @@ class SimRunner {
   SimReport report_;
   std::size_t next_ = 0;
   std::size_t peakRoutesWithEntry_ = 0;
+  absl::btree_map<std::uint32_t, std::size_t> peakParkedByReason_;  // by failure code
   double wallStart_ = 0;
   double lastProgress_ = 0;
   bool started_ = false;

@@ -91,6 +91,8 @@ TEST_P(TransactionFailureTest, RoutesParkWithTheChipsReasonAndAreProgrammedOnceF
   SimReport const& report = runner.report();
   EXPECT_TRUE(report.ok()) << firstFinding(report);
   EXPECT_EQ(report.peakRoutesParked, 2u);
+  using ByReason = std::vector<std::pair<std::string, std::size_t>>;
+  EXPECT_EQ(report.peakParkedByReason, (ByReason{{"hardwareError", 2}}));
   EXPECT_EQ(report.routesProgrammed, 2u);
   EXPECT_GT(report.xactsFailed, 2u);
   ASSERT_EQ(report.xactsFailedByReason.size(), 1u);
