@@ -95,17 +95,13 @@ void TrafficReader::expectations(Value const& v, std::string const& path, Scenar
   }
   if (auto const* d = in_.member(v, "expectDropped")) {
     std::string const dp = child(path, "expectDropped");
-    char const* const what = "the reason every packet is dropped: one of \"noRoute\", \"rpfFail\", \"boundary\"";
+    char const* const what =
+        "the reason every packet is dropped: one of \"noRoute\", \"rpfFail\", \"boundary\", \"noEntry\"";
     std::string const reason = in_.string(*d, dp, what);
-    if (reason == "noRoute") {
-      t.expectDropped = DropReason::noRoute;
-    } else if (reason == "rpfFail") {
-      t.expectDropped = DropReason::rpfFail;
-    } else if (reason == "boundary") {
-      t.expectDropped = DropReason::boundary;
-    } else {
-      in_.fail(dp, what, d);
+    for (DropReason r : {DropReason::noRoute, DropReason::rpfFail, DropReason::boundary, DropReason::noEntry}) {
+      if (reason == dropReasonName(r)) t.expectDropped = r;
     }
+    if (!t.expectDropped) in_.fail(dp, what, d);
     for (char const* f : {"expect", "expectForwarded"}) {
       if (auto const* x = in_.member(v, f)) in_.fail(child(path, f), "no such field beside \"expectDropped\"", x);
     }

@@ -12,8 +12,10 @@
 // "expect" (the copies, in any order; [] is forwarded to no port),
 // "expectForwarded": true, or "expectDropped" with the reason the chip must
 // give: "noRoute" (no route covers the flow), "rpfFail" (it arrived on
-// another VLAN than the route accepts) or "boundary" (a boundary entry stops
-// it). A packet arriving untagged leaves "vlan" out; a set's "source" must be
+// another VLAN than the route accepts), "boundary" (a boundary entry stops
+// it) or "noEntry" (the route is in the table but replicates through no
+// written entry yet: an asynchronous chip's group or binding still to
+// complete, or failed). A packet arriving untagged leaves "vlan" out; a set's "source" must be
 // of the family of the set's routes.
 #include <string>
 

@@ -56,7 +56,7 @@ INSTANTIATE_TEST_SUITE_P(
                 R"({"events": [{"at": 1, "do": "traffic", "source": "10.0.0.1", "group": "239.1.1.1",
                                 "expectDropped": "dropped"}]})",
                 "events[0].expectDropped: expected the reason every packet is dropped: one of \"noRoute\", \"rpfFail\", "
-                "\"boundary\", got the string \"dropped\""}),
+                "\"boundary\", \"noEntry\", got the string \"dropped\""}),
     [](auto const& info) { return std::string(info.param.name); });
 
 TEST(MrouteSimCommandTest, CleanSoakPrintsItsSummaryAndExitsZero) {
