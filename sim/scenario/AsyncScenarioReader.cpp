@@ -56,15 +56,10 @@ bool AsyncScenarioReader::transactionFault(Value const& v, std::string const& pa
   std::string const tp = JsonReader::child(path, "transaction");
   char const* const kinds = "one of \"group\", \"update\", \"ingress\"";
   std::string const kind = r_.string(*t, tp, kinds);
-  if (kind == "group") {
-    f.transaction = Op::group;
-  } else if (kind == "update") {
-    f.transaction = Op::update;
-  } else if (kind == "ingress") {
-    f.transaction = Op::ingress;
-  } else {
-    r_.fail(tp, kinds, t);
+  for (Op op : {Op::group, Op::update, Op::ingress}) {
+    if (kind == operationName(op)) f.transaction = op;
   }
+  if (!f.transaction) r_.fail(tp, kinds, t);
   for (char const* other : {"table", "forceFull"}) {
     if (auto const* x = JsonReader::member(v, other)) {
       r_.fail(JsonReader::child(path, other), "no such field beside \"transaction\"", x);

@@ -165,6 +165,12 @@ class Out {
         break;
       case EventKind::fault:
         if (e.fault.chip) uint("chip", *e.fault.chip);
+        if (e.fault.transaction) {
+          str("transaction", operationName(*e.fault.transaction));
+          if (e.fault.failNext) uint("failNext", *e.fault.failNext);
+          if (e.fault.probability) num("probability", *e.fault.probability);
+          break;
+        }
         str("table", e.fault.table == ReferenceChip::Table::route      ? "route"
                      : e.fault.table == ReferenceChip::Table::boundary ? "boundary"
                                                                        : "replication");
@@ -201,6 +207,14 @@ void ScenarioWriter::write(Scenario const& s, std::ostream& os) {
   out.uint("replicationEntries", s.chips.capacity.replicationEntries);
   out.num("operationCost", s.chips.operationCost);
   if (s.chips.kernel) out.str("chip", "kernel");
+  out.str("flavour", s.chips.flavour == Scenario::Flavour::async ? "async" : "sync");
+  if (!s.chips.otherFlavour.empty()) {
+    out.startArray("otherFlavour");
+    for (std::uint32_t c : s.chips.otherFlavour) w.Uint(c);
+    out.endArray();
+  }
+  out.num("transactionLatency", s.chips.transactionLatency);
+  out.uint("seed", s.chips.seed);
   out.endObject();
 
   out.key("interfaces");

@@ -44,6 +44,8 @@ TEST_P(ScenarioWriterTest, WrittenFileReadsBackAndRunsTheSame) {
 INSTANTIATE_TEST_SUITE_P(Files, ScenarioWriterTest,
                          ::testing::Values("examples/iptv.json", "examples/churn.json", "examples/frr.json",
                                            "examples/restart.json", "examples/kernel.json",
+                                           "examples/async-iptv.json", "examples/async-churn.json",
+                                           "examples/async-frr.json", "examples/async-failures.json",
                                            "tests/sim/scenarios/always-due-clocks.json",
                                            "tests/sim/scenarios/set-traffic-prefix-sources.json"));
 
