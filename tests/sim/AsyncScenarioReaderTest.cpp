@@ -1,6 +1,5 @@
-// The scenario fields of the chips' flavour and of asynchronous chips: read
-// into the scenario, and refused with the file, the field and the expected
-// form when wrong.
+// The scenario fields of the chips' flavour and of asynchronous chips, read
+// into the scenario (their bad forms are among ScenarioTest's).
 #include <gtest/gtest.h>
 
 #include <string>
@@ -11,7 +10,6 @@ namespace {
 
 using FalSim::AsyncReferenceChip;
 using FalSim::Scenario;
-using FalSim::ScenarioError;
 
 Scenario parse(std::string const& json) { return FalSim::ScenarioLoader::parse(json, "t.json"); }
 
@@ -46,60 +44,5 @@ TEST(AsyncScenarioReaderTest, TransactionFaultNamesItsKindAndHowTransactionsFail
   EXPECT_FALSE(all.failNext);
   EXPECT_EQ(all.probability, 0.0);
 }
-
-struct BadCase {
-  char const* name;
-  std::string json;
-  std::string message;
-};
-
-std::ostream& operator<<(std::ostream& os, BadCase const& c) { return os << c.name; }
-
-class BadAsyncScenarioTest : public ::testing::TestWithParam<BadCase> {};
-
-TEST_P(BadAsyncScenarioTest, NamesFileFieldAndExpectation) {
-  try {
-    parse(GetParam().json);
-    FAIL() << "accepted a bad scenario";
-  } catch (ScenarioError const& e) {
-    EXPECT_EQ(e.what(), GetParam().message);
-  }
-}
-
-std::string asyncFault(std::string const& fields) {
-  return R"({"chips": {"count": 2, "flavour": "async"}, "events": [{"at": 1, "do": "fault", )" + fields + "}]}";
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Messages, BadAsyncScenarioTest,
-    ::testing::Values(
-        BadCase{"UnknownFlavour", R"({"chips": {"flavour": "fast"}, "events": []})",
-                R"(t.json: chips.flavour: expected one of "sync", "async", got the string "fast")"},
-        BadCase{"OtherFlavourPastTheLastChip", R"({"chips": {"count": 2, "otherFlavour": [2]}, "events": []})",
-                "t.json: chips.otherFlavour[0]: expected a chip number from 0 to 1, not listed before, got the number 2"},
-        BadCase{"OtherFlavourTwice", R"({"chips": {"count": 2, "otherFlavour": [1, 1]}, "events": []})",
-                "t.json: chips.otherFlavour[1]: expected a chip number from 0 to 1, not listed before, got the number 1"},
-        BadCase{"NegativeLatency", R"({"chips": {"transactionLatency": -1}, "events": []})",
-                "t.json: chips.transactionLatency: expected a latency in seconds from 0 to 10, got the number -1"},
-        BadCase{"AsyncKernelChip", R"({"chips": {"chip": "kernel", "flavour": "async"}, "events": []})",
-                R"(t.json: chips.flavour: expected the "sync" flavour on every chip of "chip": "kernel", got 1 asynchronous chip(s))"},
-        BadCase{"UnknownTransactionKind", asyncFault(R"("transaction": "boot", "failNext": 1)"),
-                R"(t.json: events[0].transaction: expected one of "group", "update", "ingress", got the string "boot")"},
-        BadCase{"TransactionFaultOnSyncChip",
-                R"({"chips": {"count": 2, "otherFlavour": [0]}, "events": [{"at": 1, "do": "fault", "chip": 1,
-                   "transaction": "group", "failNext": 1}]})",
-                R"(t.json: events[0].transaction: expected a fault on an asynchronous chip ("flavour": "async"), got chip 1, which runs the sync flavour)"},
-        BadCase{"TransactionFaultWithNoAsyncChip",
-                R"({"events": [{"at": 1, "do": "fault", "transaction": "group", "failNext": 1}]})",
-                R"(t.json: events[0].transaction: expected a fault on an asynchronous chip ("flavour": "async"), got no asynchronous chip)"},
-        BadCase{"TransactionFaultSaysNotHow", asyncFault(R"("transaction": "group")"),
-                R"(t.json: events[0]: expected "failNext" or "probability", got neither)"},
-        BadCase{"ProbabilityAboveOne", asyncFault(R"("transaction": "group", "probability": 2)"),
-                "t.json: events[0].probability: expected a probability from 0 to 1, got the number 2"},
-        BadCase{"ProbabilityOnATableFault", asyncFault(R"("table": "route", "probability": 0.5)"),
-                R"(t.json: events[0].probability: expected no probability on a table fault (only beside "transaction"), got the number 0.5)"},
-        BadCase{"TableBesideTransaction", asyncFault(R"("transaction": "group", "table": "route", "failNext": 1)"),
-                R"(t.json: events[0].table: expected no such field beside "transaction", got the string "route")"}),
-    [](auto const& info) { return std::string(info.param.name); });
 
 }  // namespace

@@ -43,6 +43,6 @@ INSTANTIATE_TEST_SUITE_P(
                       "tests/sim/scenarios/parked-routes-wanted-order.json",
                       "tests/sim/scenarios/always-due-clocks.json",
                       "tests/sim/scenarios/generated-multichip-churn.json"),
-    [](auto const& info) { return FalSimTest::scenarioFileTestName(info.param); });
+    [](auto const& info) { return SimTest::scenarioFileTestName(info.param); });
 
 }  // namespace

@@ -189,6 +189,6 @@ INSTANTIATE_TEST_SUITE_P(
                       "tests/sim/scenarios/frr-zombie-resurrected.json",
                       "tests/sim/scenarios/no-outputs-freed-together.json",
                       "tests/sim/scenarios/set-traffic-prefix-sources.json"),
-    [](auto const& info) { return FalSimTest::scenarioFileTestName(info.param); });
+    [](auto const& info) { return SimTest::scenarioFileTestName(info.param); });
 
 }  // namespace

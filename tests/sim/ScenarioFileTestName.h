@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <string>
 
-namespace FalSimTest {
+namespace SimTest {
 
 inline std::string scenarioFileTestName(std::string path) {
   path = path.substr(path.rfind('/') + 1);
@@ -13,4 +13,4 @@ inline std::string scenarioFileTestName(std::string path) {
   return path;
 }
 
-}  // namespace FalSimTest
+}  // namespace SimTest

@@ -189,7 +189,7 @@ INSTANTIATE_TEST_SUITE_P(
                 withEvents("[]", R"([{"at": 1, "do": "traffic", "source": "10.0.0.1", "group": "239.1.1.1",
                                       "expectDropped": "lost"}])"),
                 "t.json: events[0].expectDropped: expected the reason every packet is dropped: one of \"noRoute\", "
-                "\"rpfFail\", \"boundary\", got the string \"lost\""},
+                "\"rpfFail\", \"boundary\", \"noEntry\", got the string \"lost\""},
         BadCase{"DroppedAndCopies",
                 withEvents("[]", R"([{"at": 1, "do": "traffic", "source": "10.0.0.1", "group": "239.1.1.1",
                                       "expect": [], "expectDropped": "noRoute"}])"),
@@ -317,5 +317,58 @@ TEST(RouteSetGeneratorTest, EveryCombinationWhenDiversityIsTheMaximum) {
   s.diversity = 20;
   EXPECT_EQ(outputSets(FalSim::RouteSetGenerator::generate("all", s)).size(), 20u);
 }
+
+// The chips' flavour and asynchronous chips' fields (AsyncScenarioReader).
+std::string asyncFault(std::string const& fields) {
+  return R"({"chips": {"count": 2, "flavour": "async"}, "events": [{"at": 1, "do": "fault", )" + fields + "}]}";
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    AsyncMessages, BadScenarioTest,
+    ::testing::Values(
+        BadCase{"FlavourTwice", R"({"chips": {"flavour": "async", "flavour": "sync"}, "events": []})",
+                "t.json: chips.flavour: expected each field once per object, got a second one"},
+        BadCase{"FlavourNotAName", R"({"chips": {"flavour": 1}, "events": []})",
+                R"(t.json: chips.flavour: expected one of "sync", "async", got the number 1)"},
+        BadCase{"OtherFlavourNotAList", R"({"chips": {"count": 2, "otherFlavour": 1}, "events": []})",
+                "t.json: chips.otherFlavour: expected a list of chip numbers, got the number 1"},
+        BadCase{"SeedNotWhole", R"({"chips": {"seed": 1.0}, "events": []})",
+                "t.json: chips.seed: expected a whole number (a seed from 0 to 2^53), got the number 1.0"},
+        BadCase{"TransactionTwice", asyncFault(R"("transaction": "group", "failNext": 1, "transaction": "ingress")"),
+                "t.json: events[0].transaction: expected each field once per object, got a second one"},
+        BadCase{"ProbabilityTwice", asyncFault(R"("transaction": "group", "probability": 0.5, "probability": 1)"),
+                "t.json: events[0].probability: expected each field once per object, got a second one"},
+        BadCase{"TransactionFailNextNotWhole", asyncFault(R"("transaction": "group", "failNext": 2.5)"),
+                "t.json: events[0].failNext: expected a whole number (a number of transactions to fail, 0 to 1000000), got "
+                "the number 2.5"},
+        BadCase{"UnknownFlavour", R"({"chips": {"flavour": "fast"}, "events": []})",
+                R"(t.json: chips.flavour: expected one of "sync", "async", got the string "fast")"},
+        BadCase{"OtherFlavourPastTheLastChip", R"({"chips": {"count": 2, "otherFlavour": [2]}, "events": []})",
+                "t.json: chips.otherFlavour[0]: expected a chip number from 0 to 1, not listed before, got the number 2"},
+        BadCase{"OtherFlavourTwice", R"({"chips": {"count": 2, "otherFlavour": [1, 1]}, "events": []})",
+                "t.json: chips.otherFlavour[1]: expected a chip number from 0 to 1, not listed before, got the number 1"},
+        BadCase{"NegativeLatency", R"({"chips": {"transactionLatency": -1}, "events": []})",
+                "t.json: chips.transactionLatency: expected a latency in seconds from 0 to 10, got the number -1"},
+        BadCase{"AsyncKernelChip", R"({"chips": {"chip": "kernel", "flavour": "async"}, "events": []})",
+                R"(t.json: chips.flavour: expected the "sync" flavour on every chip of "chip": "kernel", got 1 asynchronous chip(s))"},
+        BadCase{"UnknownTransactionKind", asyncFault(R"("transaction": "boot", "failNext": 1)"),
+                R"(t.json: events[0].transaction: expected one of "group", "update", "ingress", got the string "boot")"},
+        BadCase{"TransactionFaultOnSyncChip",
+                R"({"chips": {"count": 2, "otherFlavour": [0]}, "events": [{"at": 1, "do": "fault", "chip": 1,
+                   "transaction": "group", "failNext": 1}]})",
+                R"(t.json: events[0].transaction: expected a fault on an asynchronous chip ("flavour": "async"), got chip 1, which runs the sync flavour)"},
+        BadCase{"TransactionFaultWithNoAsyncChip",
+                R"({"events": [{"at": 1, "do": "fault", "transaction": "group", "failNext": 1}]})",
+                R"(t.json: events[0].transaction: expected a fault on an asynchronous chip ("flavour": "async"), got no asynchronous chip)"},
+        BadCase{"TransactionFaultSaysNotHow", asyncFault(R"("transaction": "group")"),
+                R"(t.json: events[0]: expected "failNext" or "probability", got neither)"},
+        BadCase{"ProbabilityAboveOne", asyncFault(R"("transaction": "group", "probability": 2)"),
+                "t.json: events[0].probability: expected a probability from 0 to 1, got the number 2"},
+        BadCase{"ProbabilityOnATableFault", asyncFault(R"("table": "route", "probability": 0.5)"),
+                R"(t.json: events[0].probability: expected no probability on a table fault (only beside "transaction"), got the number 0.5)"},
+        BadCase{"TableBesideTransaction", asyncFault(R"("transaction": "group", "table": "route", "failNext": 1)"),
+                R"(t.json: events[0].table: expected no such field beside "transaction", got the string "route")"}),
+    [](auto const& info) { return std::string(info.param.name); });
+
 
 }  // namespace
