@@ -151,12 +151,18 @@ class FakeAsyncChip final : public AsyncSwitchChip {
 
   static std::string join(std::vector<char const*> const& v) {
     std::string out;
-    for (auto const* t : v) out += (out.empty() ? "" : ",") + std::string(t);
+    for (auto const* t : v) {
+      if (!out.empty()) out += ',';
+      out += t;
+    }
     return out;
   }
   static std::string label(OifSetPtr const& s) {
     std::string out;
-    for (auto const& pv : s->portVlanSet().portVlan()) out += (out.empty() ? "" : ",") + pv.stringValue();
+    for (auto const& pv : s->portVlanSet().portVlan()) {
+      if (!out.empty()) out += ',';
+      out += pv.stringValue();
+    }
     return out;
   }
 
