@@ -1,12 +1,15 @@
 #pragma once
 // RouteShapes: the short forms tests write routes and outputs in, shared by
-// the rigs of both flavours: a route key from two texts, an Ethernet
-// interface by number, outputs from "Ethernet1.100" texts, and outputs
-// protected by fast reroute.
+// the rigs of both flavours and the route programmer's tests: a route key
+// from two texts, an Ethernet interface by number, outputs from
+// "Ethernet1.100" texts, outputs protected by fast reroute, and a wanted
+// route on an accepting VLAN.
 #include <cstdint>
 #include <initializer_list>
+#include <vector>
 
 #include "platform/fib/IpGenRouteKey.h"
+#include "platform/mroutelib/DesiredRoute.h"
 #include "platform/mroutelib/PortVlanSet.h"
 #include "platform/net/IntfId.h"
 #include "platform/net/IpGenPrefix.h"
@@ -36,6 +39,16 @@ struct RouteShapes {
     pvs.intfIdIs(protectedIntf);
     for (char const* pv : backups) pvs.portVlanFrrIs(MrouteLib::PortVlan(pv));
     return pvs;
+  }
+  // A route of vrf wanted on VLAN vlan (its accepting interface VLAN vlan),
+  // with outputs in short form.
+  static MrouteLib::DesiredRoute wanted(char const* vrf, IpGenRouteKey k, std::vector<char const*> const& outs,
+                                        std::uint32_t vlan) {
+    MrouteLib::DesiredRoute r(vrf, std::move(k));
+    r.acceptingVlanIs(Bridging::VlanIdOrNone(vlan));
+    r.acceptingIntfIdIs(Netcore::IntfId::vlan(vlan));
+    for (auto t : outs) r.outputs().portVlanIs(MrouteLib::PortVlan(t));
+    return r;
   }
 };
 

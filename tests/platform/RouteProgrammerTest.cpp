@@ -10,6 +10,7 @@
 #include "platform/fib/hardware/Status.h"
 #include "platform/mroutelib/DesiredRoute.h"
 #include "platform/mroutelib/RouteProgrammer.h"
+#include "tests/doubles/RouteShapes.h"
 
 namespace MrouteLib {
 namespace {
@@ -146,20 +147,14 @@ class FakeChip final : public SwitchChip {
 
 FakeSet::~FakeSet() { chip_->setGone(this); }
 
-IpGenRouteKey key(char const* source, char const* group) {
-  return IpGenRouteKey(Netcore::IpGenPrefix(source), Netcore::IpGenPrefix(group));
-}
+constexpr auto key = &FalTest::RouteShapes::key;
 
 IpGenRouteKey const kS1G1 = key("10.0.0.1/32", "239.1.1.1/32");
 IpGenRouteKey const kS2G1 = key("10.0.0.2/32", "239.1.1.1/32");
 IpGenRouteKey const kV6 = key("2001:db8::1/128", "ff3e::1/128");
 
-DesiredRoute route(IpGenRouteKey k, std::vector<char const*> outputs, std::uint32_t vlan = 100) {
-  DesiredRoute r("red", std::move(k));
-  r.acceptingVlanIs(Bridging::VlanIdOrNone(vlan));
-  r.acceptingIntfIdIs(Netcore::IntfId::vlan(vlan));
-  for (auto t : outputs) r.outputs().portVlanIs(PortVlan(t));
-  return r;
+DesiredRoute route(IpGenRouteKey k, std::vector<char const*> const& outputs, std::uint32_t vlan = 100) {
+  return FalTest::RouteShapes::wanted("red", std::move(k), outputs, vlan);
 }
 
 class RouteProgrammerTest : public ::testing::Test {
