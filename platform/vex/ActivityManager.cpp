@@ -181,7 +181,7 @@ bool ActivityManager::runDeferred() {
     if (!d.notifiee->notificationActive()) continue;
     Seconds start = now();
     d.fire();
-    longestSlice_ = std::max(longestSlice_, now() - start);
+    sliceEnded(start);
     ran = true;
   }
   deferred_.erase(deferred_.begin(), deferred_.begin() + static_cast<std::ptrdiff_t>(deferredHead_));
@@ -221,7 +221,7 @@ bool ActivityManager::runReadable() {
     Ptr<FileDescriptor> f(it->second);
     Seconds start = now();
     f->fire();
-    longestSlice_ = std::max(longestSlice_, now() - start);
+    sliceEnded(start);
     ran = true;
     runDeferred();
   }
@@ -241,7 +241,7 @@ bool ActivityManager::runOnce() {
     unschedule(c.get());
     Seconds start = now();
     c->fire();
-    longestSlice_ = std::max(longestSlice_, now() - start);
+    sliceEnded(start);
     ran = true;
     runDeferred();
   }

@@ -32,6 +32,7 @@
 //   at once and burns no CPU while idle. With the virtual source nothing ever
 //   blocks: descriptors are only checked, and time still jumps to the next
 //   clock, so tests and the simulator run exactly as without descriptors.
+#include <algorithm>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -85,6 +86,13 @@ class FALMROUTE_EXPORT ActivityManager {
   std::size_t deferredPending() const { return deferred_.size() - deferredHead_; }
   // The longest single handler (clock, descriptor or deferred delivery) run so far.
   Seconds longestSlice() const { return longestSlice_; }
+  // The longest single handler since the previous call (or since the start);
+  // a sampler calls it once per interval.
+  Seconds longestRecentSliceTake() {
+    Seconds const s = longestRecentSlice_;
+    longestRecentSlice_ = 0;
+    return s;
+  }
   // Descriptors watched now (with read interest).
   std::size_t fileDescriptorsWatched() const { return watched_; }
   // Times the loop went idle and waited (real time) or jumped (virtual time).
@@ -101,6 +109,11 @@ class FALMROUTE_EXPORT ActivityManager {
 
  private:
   bool runDeferred();
+  void sliceEnded(Seconds start) {
+    Seconds const took = now() - start;
+    longestSlice_ = std::max(longestSlice_, took);
+    longestRecentSlice_ = std::max(longestRecentSlice_, took);
+  }
   bool runReadable();
   void waitUntil(Seconds t);
   // Collects the ready descriptors into ready_, waiting at most until t
@@ -130,6 +143,7 @@ class FALMROUTE_EXPORT ActivityManager {
   std::vector<std::uint64_t> ready_;
   std::uint64_t waits_ = 0;
   Seconds longestSlice_ = 0;
+  Seconds longestRecentSlice_ = 0;
   bool stopped_ = false;
 };
 

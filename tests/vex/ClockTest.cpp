@@ -118,6 +118,17 @@ TEST_F(ClockTest, TimeChargedInsideAHandlerDelaysLaterClocks) {
   EXPECT_EQ(am_.now(), 102.0);
 }
 
+TEST_F(ClockTest, TheLongestRecentSliceStartsAgainEachTimeItIsTaken) {
+  recorder("long", 101.0).hook = [&] { am_.advanceBy(0.25); };
+  recorder("short", 103.0).hook = [&] { am_.advanceBy(0.125); };
+  am_.runUntil(102.0);
+  EXPECT_DOUBLE_EQ(am_.longestRecentSliceTake(), 0.25);
+  EXPECT_DOUBLE_EQ(am_.longestRecentSliceTake(), 0);
+  am_.runUntil(104.0);
+  EXPECT_DOUBLE_EQ(am_.longestRecentSliceTake(), 0.125);
+  EXPECT_DOUBLE_EQ(am_.longestSlice(), 0.25);
+}
+
 
 // What the loop promises when handlers keep work due: see ActivityManager.h.
 class EventLoopTest : public ClockTest {
