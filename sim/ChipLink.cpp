@@ -10,6 +10,29 @@ ChipLink::ChipLink(Vex::Name name, Vex::Ptr<ReferenceChip> chip) : MrouteSmHelpe
 
 ChipLink::~ChipLink() = default;
 
+ChipLink::AgingCounts& ChipLink::AgingCounts::operator+=(AgingCounts const& o) {
+  refreshes += o.refreshes;
+  clears += o.clears;
+  reads += o.reads;
+  hits += o.hits;
+  return *this;
+}
+
+ChipLink::AgingCounts ChipLink::agingCounts() const {
+  AgingCounts total;
+  for (auto const& a : aging_) total += a;
+  return total;
+}
+
+ChipLink::AgingCounts ChipLink::agingCounts(std::uint32_t switchId) const {
+  return switchId < aging_.size() ? aging_[switchId] : AgingCounts{};
+}
+
+ChipLink::AgingCounts& ChipLink::agingOf(std::uint32_t switchId) {
+  if (switchId >= aging_.size()) aging_.resize(switchId + 1);
+  return aging_[switchId];
+}
+
 void ChipLink::mrouteInit(bool initializing) {
   if (connected_) chip_->mrouteInit(initializing);
 }
@@ -111,21 +134,22 @@ bool ChipLink::mtableFull(std::uint32_t switchId) { return connected_ && chip_->
 bool ChipLink::mrouteHitBit(std::uint32_t switchId, std::uint16_t vrfId, IpGenRouteKey const& key,
                             Bridging::VlanIdOrNone vlan, bool fastdrop) {
   if (!connected_) return false;
-  ++aging_.reads;
+  AgingCounts& aging = agingOf(switchId);
+  ++aging.reads;
   bool const hit = chip_->mrouteHitBit(switchId, vrfId, key, vlan, fastdrop);
-  if (hit) ++aging_.hits;
+  if (hit) ++aging.hits;
   return hit;
 }
 
 bool ChipLink::mrouteHitBitCacheRefresh(std::uint32_t switchId) {
   if (!connected_) return false;
-  ++aging_.refreshes;
+  ++agingOf(switchId).refreshes;
   return chip_->mrouteHitBitCacheRefresh(switchId);
 }
 
 void ChipLink::mrouteHitBitCacheClear(std::uint32_t switchId) {
   if (!connected_) return;
-  ++aging_.clears;
+  ++agingOf(switchId).clears;
   chip_->mrouteHitBitCacheClear(switchId);
 }
 

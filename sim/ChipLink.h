@@ -20,6 +20,7 @@
 // The OIF-set cache hooks keep their base defaults, which the per-chip
 // switch skips, as it would for the reference chip.
 #include <cstdint>
+#include <vector>
 
 #include "model/MrouteSmHelper.h"
 #include "sim/ReferenceChip.h"
@@ -33,6 +34,7 @@ class ChipLink : public FalHelper::MrouteSmHelper {
     std::uint64_t clears = 0;     // reviews completed
     std::uint64_t reads = 0;      // hit bits read
     std::uint64_t hits = 0;       // reads that found the route (or fast-drop entry) hit
+    AgingCounts& operator+=(AgingCounts const& o);
   };
 
   ChipLink(Vex::Name name, Vex::Ptr<ReferenceChip> chip);
@@ -42,7 +44,9 @@ class ChipLink : public FalHelper::MrouteSmHelper {
   bool connected() const { return connected_; }
   // The agent has gone: nothing it still calls reaches the chips.
   void cut() { connected_ = false; }
-  AgingCounts const& agingCounts() const { return aging_; }
+  // Over every chip, and of one chip.
+  AgingCounts agingCounts() const;
+  AgingCounts agingCounts(std::uint32_t switchId) const;
   std::uint64_t counterReads() const { return counterReads_; }
 
   void mrouteInit(bool initializing) override;
@@ -85,7 +89,9 @@ class ChipLink : public FalHelper::MrouteSmHelper {
 
  private:
   Vex::Ptr<ReferenceChip> chip_;
-  AgingCounts aging_;
+  AgingCounts& agingOf(std::uint32_t switchId);
+
+  std::vector<AgingCounts> aging_;  // by switch
   std::uint64_t counterReads_ = 0;
   bool connected_ = true;
 };

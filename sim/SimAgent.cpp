@@ -17,7 +17,8 @@ using Table = ReferenceChip::Table;
 // Counts a switch's zombies and full tables from its own notifications.
 class SimAgent::ChipWatch final : public Fal::MrouteSwitch::Notifiee {
  public:
-  ChipWatch(Vex::Ptr<Fal::MrouteSwitch> const& sw, Counts& counts) : sw_(sw.get()), counts_(counts) {
+  ChipWatch(Vex::Ptr<Fal::MrouteSwitch> const& sw, std::uint32_t chip, Counts& counts)
+      : sw_(sw.get()), chip_(chip), counts_(counts) {
     notifierIs(Vex::Ptr<MrouteLib::SwitchChip const>(sw.get()));
   }
 
@@ -46,10 +47,13 @@ class SimAgent::ChipWatch final : public Fal::MrouteSwitch::Notifiee {
 
  private:
   void episode(bool free, Table table) {
-    if (!free) ++counts_.tableFullEpisodes[static_cast<std::size_t>(table)];
+    if (free) return;
+    ++counts_.tableFullEpisodes[static_cast<std::size_t>(table)];
+    ++counts_.tableFullEpisodesByChip[chip_][static_cast<std::size_t>(table)];
   }
 
   Fal::MrouteSwitch const* sw_;  // not owned: the watch goes before its switch
+  std::uint32_t chip_;
   Counts& counts_;
 };
 
@@ -122,6 +126,8 @@ SimAgent::SimAgent(Scenario const& scenario, Vex::Ptr<ReferenceChip> chip, LinkF
       allIntfStatusLocalDir_(Vex::make<Interface::AllIntfStatusLocalDir>()),
       zombieLifetime_(scenario.zombieLifetime),
       chips_(scenario.chips.count) {
+  counts_.tableFullEpisodesByChip.resize(chips_);
+  pastAging_.resize(chips_);
   ipStatus_->ipv4RoutingEnabledIs(true);
   ipStatus_->ipv6RoutingEnabledIs(true);
   l3Status_->mrouteZombieEnabledIs(scenario.zombiesEnabled);
@@ -212,7 +218,7 @@ void SimAgent::startSync(Incarnation& inc, std::uint32_t id) {
                                                   hwStatus_, hw6Status_, inc.link, nullptr, nullptr, ethIntfStatusDir_,
                                                   allIntfStatusDir_, allIntfStatusLocalDir_, false, nullptr, nullptr);
   sm->vex_L3MulticastRequestInIs(l3MulticastRequest_);
-  inc.watches.push_back(std::make_unique<ChipWatch>(sw, counts_));
+  inc.watches.push_back(std::make_unique<ChipWatch>(sw, id, counts_));
   inc.switches[id] = std::move(sw);
   inc.switchSms[id] = std::move(sm);
 }
@@ -286,11 +292,7 @@ void SimAgent::stop(bool chipsSurvive) {
   auto& inc = *incarnation_;
   // A fast-reroute pass cut short keeps a process-wide resume point: let it finish first.
   frrSettle();
-  auto const aging = inc.link->agingCounts();
-  pastAging_.refreshes += aging.refreshes;
-  pastAging_.clears += aging.clears;
-  pastAging_.reads += aging.reads;
-  pastAging_.hits += aging.hits;
+  for (std::uint32_t c = 0; c < chips_; ++c) pastAging_[c] += inc.link->agingCounts(c);
   pastCounterReads_ += inc.link->counterReads();
   for (auto const& face : inc.asyncChips) {
     if (face) pastAsync_ += face->statistics();
@@ -369,15 +371,15 @@ std::size_t SimAgent::clearStaleChipState() {
 }
 
 ChipLink::AgingCounts SimAgent::agingCounts() const {
-  ChipLink::AgingCounts total = pastAging_;
-  if (incarnation_) {
-    auto const& now = incarnation_->link->agingCounts();
-    total.refreshes += now.refreshes;
-    total.clears += now.clears;
-    total.reads += now.reads;
-    total.hits += now.hits;
-  }
+  ChipLink::AgingCounts total;
+  for (std::uint32_t c = 0; c < chips_; ++c) total += agingCounts(c);
   return total;
+}
+
+ChipLink::AgingCounts SimAgent::agingCounts(std::uint32_t chip) const {
+  ChipLink::AgingCounts counts = pastAging_[chip];
+  if (incarnation_) counts += incarnation_->link->agingCounts(chip);
+  return counts;
 }
 
 std::uint64_t SimAgent::counterReads() const {

@@ -81,6 +81,8 @@ class SimAgent {
     std::uint64_t groupsResurrected = 0;
     std::uint64_t groupsPurged = 0;
     std::uint64_t agingSlices = 0;  // aging clock expiries
+    // The same, by chip.
+    std::vector<std::array<std::uint64_t, 3>> tableFullEpisodesByChip;
   };
 
   struct RecoveryFigures {
@@ -134,8 +136,9 @@ class SimAgent {
   std::uint64_t groupsShared() const;
   // The chips' VRFs and their ids, as the asynchronous switches read them.
   Routing::Hardware::RouteStatus const& routingHwRouteStatus() const { return *routingHwRouteStatus_; }
-  // Aging counts of every incarnation's link.
+  // Aging counts of every incarnation's link, over every chip and of one chip.
   ChipLink::AgingCounts agingCounts() const;
+  ChipLink::AgingCounts agingCounts(std::uint32_t chip) const;
   std::uint64_t counterReads() const;
   // Whether some chip still has OIF sets waiting for their fast-reroute
   // rewrite, or (asynchronous) a rewrite's transaction outstanding.
@@ -228,8 +231,8 @@ class SimAgent {
   Vex::Ptr<HwStatus> hwStatus_;
   Vex::Ptr<HwStatus> hw6Status_;
   std::unique_ptr<Incarnation> incarnation_;
-  // Aging counts of the incarnations that have gone.
-  ChipLink::AgingCounts pastAging_;
+  // Aging counts of the incarnations that have gone, by chip.
+  std::vector<ChipLink::AgingCounts> pastAging_;
   std::uint64_t pastCounterReads_ = 0;
   AsyncReferenceChip::Statistics pastAsync_;
   Vex::Seconds pastLongestWait_ = 0;
