@@ -204,6 +204,8 @@ class Scenario {
   std::vector<Event> events;
   // The run goes on to this time after the last event.
   Vex::Seconds end = 0;
+  // Between samples of the run's figures; chosen from the run's length when absent.
+  std::optional<Vex::Seconds> sampleInterval;
 
   // The VRF's id; nullopt when the scenario does not declare it.
   std::optional<Fal::VrfId> vrfId(L3::VrfName const& name) const {

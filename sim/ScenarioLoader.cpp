@@ -55,7 +55,7 @@ Scenario Loader::run(std::string_view text) {
   if (!root.IsObject()) fail("(top level)", "a JSON object", &root);
   knownFields(root, "",
               {"name", "description", "chips", "interfaces", "vrfs", "zombies", "aging", "counters", "routeSets",
-               "events", "end"});
+               "events", "end", "sampleInterval"});
   if (auto const* n = member(root, "name")) {
     s.name = string(*n, "name", "the scenario's name");
   } else {
@@ -81,6 +81,9 @@ Scenario Loader::run(std::string_view text) {
     std::ostringstream what;
     what << "a time in seconds >= " << last << " (the last event's)";
     s.end = number(*e, "end", what.str(), last, 1e9);
+  }
+  if (auto const* i = member(root, "sampleInterval")) {
+    s.sampleInterval = number(*i, "sampleInterval", "a time in seconds between 0.000001 and 1e9", 1e-6, 1e9);
   }
   return std::move(s);
 }

@@ -405,14 +405,18 @@ bool SimAgent::frrUpdatesPending() const {
   return false;
 }
 
-void SimAgent::frrSettle() {
+void SimAgent::frrSettle(std::function<void()> const& afterTurn) {
   auto* am = Vex::ActivityManager::current();
   while (am && frrPending()) {
-    if (am->runOnce()) continue;
+    if (am->runOnce()) {
+      if (afterTurn) afterTurn();
+      continue;
+    }
     // Only an outstanding rewrite transaction lets time move on: a set queued
     // with no review pass scheduled would wait for ever.
     if (!frrUpdatesPending()) return;
     am->runUntil(am->nextTime());
+    if (afterTurn) afterTurn();
   }
 }
 

@@ -146,7 +146,8 @@ class SimAgent {
   // Runs the loop until no chip has: the review passes run, and time moves
   // on to outstanding rewrite transactions. Stops early when sets wait with
   // no pass scheduled to rewrite them (frrPending() still says so).
-  void frrSettle();
+  // afterTurn, when given, is called after each turn of the loop.
+  void frrSettle(std::function<void()> const& afterTurn = {});
 
   HwStatus& hwStatus(Netcore::AddressFamily af) const { return af == Netcore::AddressFamily::ipv6 ? *hw6Status_ : *hwStatus_; }
   Vex::Ptr<HwStatus> const& hwStatusPtr() const { return hwStatus_; }

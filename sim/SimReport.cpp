@@ -290,6 +290,8 @@ void SimReport::printJson(std::ostream& os) const {
   for (auto const& f : findings) text(f);
   w.EndArray();
   w.EndObject();
+  w.Key("samples");
+  timeline.writeJson(w);
   w.EndObject();
   os << buf.GetString() << '\n';
 }

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "platform/vex/Types.h"
+#include "sim/report/RunTimeline.h"
 
 namespace FalSim {
 
@@ -133,6 +134,9 @@ class SimReport {
   std::size_t checks = 0;
   std::size_t violations = 0;
   std::vector<std::string> findings;  // the first kFindingsKept, in order
+
+  // The figures over time, the events and the sharing at the end.
+  RunTimeline timeline;
 
   bool ok() const { return violations == 0 && expectationsFailed == 0; }
   // Counts a broken invariant and keeps its text while there is room.

@@ -63,6 +63,7 @@ SimRunner::SimRunner(Scenario scenario, Options options)
       am_(std::make_unique<Vex::VirtualTimeSource>(kEpoch)) {}
 
 SimRunner::~SimRunner() {
+  sampler_.reset();
   // The agent's clocks and reactors go before the loop they are armed on,
   // and its links before the kernel chips they reach.
   agent_.reset();
@@ -101,6 +102,10 @@ void SimRunner::start() {
   agent_->start();
   am_.runUntil(am_.now());
   check("start");
+  Vex::Seconds const interval = options_.sampleInterval > 0 ? options_.sampleInterval
+                                : scenario_.sampleInterval ? *scenario_.sampleInterval
+                                                           : RunSampler::autoInterval(scenario_.end);
+  sampler_ = std::make_unique<RunSampler>(am_, 0.0, interval, options_.sampleCapacity, *agent_, *chip_);
 }
 
 bool SimRunner::step() {
@@ -118,6 +123,7 @@ void SimRunner::runEvent(Scenario::Event const& e) {
   Vex::Seconds const before = am_.now();
   apply(e);
   Vex::Seconds const took = am_.now() - before;
+  sampler_->eventDone(scenario_, e, before);
   if (report_.longestEventPath.empty() || took > report_.longestEvent) {
     report_.longestEvent = took;
     report_.longestEventPath = e.path + " " + eventKindName(e.kind);
@@ -135,6 +141,8 @@ void SimRunner::finish() {
   runTo(std::max(scenario_.end, now()));
   check("end");
   fillFigures();
+  sampler_->finish();
+  report_.timeline = sampler_->takeTimeline();
 }
 
 // ---- events ----
@@ -206,9 +214,11 @@ void SimRunner::interfaceDown(Netcore::IntfId intf, std::string const& where) {
   if (!status) return;
   Vex::Seconds const failedAt = am_.now();
   if (kernel_) kernel_->portOperIs(intf, false);
+  sampler_->failureBegin();
   status->operStatusIs(Interface::intfOperDown);
   // The review pass rewrites the protected sets in slices; converged when none is left.
-  agent_->frrSettle();
+  sampler_->observe();
+  agent_->frrSettle([this] { sampler_->observe(); });
   Vex::Seconds const took = am_.now() - failedAt;
   if (agent_->frrPending()) {
     // Sets wait for a rewrite that no pass is scheduled to make.

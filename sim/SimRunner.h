@@ -40,6 +40,7 @@
 #include "sim/Scenario.h"
 #include "sim/SimAgent.h"
 #include "sim/SimReport.h"
+#include "sim/report/RunSampler.h"
 
 namespace FalSim {
 
@@ -64,6 +65,10 @@ class SimRunner {
     // The name under which the agent publishes its counter status for other
     // processes (see SimAgent::counterStatusNameIs); empty: not published.
     std::string counterStatusName;
+    // Between samples of the run's figures (virtual seconds); 0: the
+    // scenario's "sampleInterval", or one chosen from the run's length.
+    Vex::Seconds sampleInterval = 0;
+    std::size_t sampleCapacity = SampleStore::kDefaultCapacity;
   };
 
   // The agent's time at the scenario's time 0.
@@ -137,6 +142,7 @@ class SimRunner {
   // The kernel behind the chips, for a scenario whose chips are "kernel".
   std::unique_ptr<KernelBacking> kernel_;
   std::unique_ptr<SimAgent> agent_;
+  std::unique_ptr<RunSampler> sampler_;
   InvariantChecker checker_;
   DesiredRoutes desired_;
   SimReport report_;

@@ -9,6 +9,7 @@
 
 #include <chrono>
 #include <csignal>
+#include <fstream>
 #include <iostream>
 #include <string>
 #include <system_error>
@@ -18,6 +19,7 @@
 #include "platform/vex/Trace.h"
 #include "sim/ScenarioLoader.h"
 #include "sim/SimRunner.h"
+#include "sim/report/HtmlReport.h"
 #include "sim/soak/Soak.h"
 
 namespace {
@@ -95,6 +97,16 @@ int main(int argc, char** argv) {
   app.add_option("--flavour", flavour,
                  "Run every chip with this flavour of the library, whatever the scenario says")
       ->check(CLI::IsMember({"sync", "async"}));
+  std::string htmlPath;
+  app.add_option("--html", htmlPath,
+                 "Also write the run as one self-contained HTML page: the figures over virtual time as charts "
+                 "with the events marked, and the sharing of the replication entries at the end");
+  double sampleInterval = 0;
+  app.add_option("--sample-interval", sampleInterval,
+                 "Seconds of virtual time between samples of the figures (default: the scenario's "
+                 "\"sampleInterval\", else about 1/256 of the run); older samples are merged pairwise "
+                 "so a long run keeps at most 512")
+      ->check(CLI::PositiveNumber);
   double lingerSeconds = 0;
   app.add_option("--linger", lingerSeconds,
                  "After the scenario, stay alive this many seconds with the counters still published")
@@ -152,6 +164,7 @@ int main(int argc, char** argv) {
   if (!quiet) options.progress = [](std::string const& line) { std::cerr << line << std::endl; };
   std::string const published = "sim-" + std::to_string(::getpid());
   options.counterStatusName = published + ".counterStatus";
+  options.sampleInterval = sampleInterval;
   FalSim::SimRunner runner(std::move(scenario), std::move(options));
   FalSim::SimReport report;
   try {
@@ -166,6 +179,14 @@ int main(int argc, char** argv) {
     // Only the kernel backing meets the host: its namespace or devices could not be made.
     std::cerr << "mroute-sim: " << scenarioPath << ": the kernel chips could not be set up: " << e.what() << '\n';
     return kExitBadScenario;
+  }
+  if (!htmlPath.empty()) {
+    std::ofstream html(htmlPath);
+    FalSim::HtmlReport(report).write(html);
+    if (!html.flush()) {
+      std::cerr << "mroute-sim: " << htmlPath << ": cannot write the HTML page\n";
+      return kExitBadScenario;
+    }
   }
   if (json) {
     report.printJson(std::cout);
