@@ -68,7 +68,7 @@ void HtmlReport::write(std::ostream& os) const {
   };
   // A chart of the picked figures, or a line saying they stayed at zero.
   auto chart = [&](RunTimeline::Samples const& samples, std::string const& source, std::string const& title,
-                   char const* unit, double t0, double t1, std::initializer_list<Pick> picks) {
+                   char const* unit, double t0, double t1, bool steps, std::initializer_list<Pick> picks) {
     SvgChart c(source, title, unit, t0, t1);
     c.marksIs(&tl.marks);
     bool any = false;
@@ -78,7 +78,7 @@ void HtmlReport::write(std::ostream& os) const {
         if (s.figure != pick.figure) continue;
         auto const& values = samples.store.column(s.column);
         any = any || std::any_of(values.begin(), values.end(), [](double v) { return v != 0; });
-        c.lineIs({info.key, s.chip, info.label, &samples.store.times(), &values, pick.scale});
+        c.lineIs({info.key, s.chip, info.label, &samples.store.times(), &values, pick.scale, steps});
       }
     }
     if (any) {
@@ -88,7 +88,7 @@ void HtmlReport::write(std::ostream& os) const {
     }
   };
   auto timeChart = [&](char const* title, char const* unit, std::initializer_list<Pick> picks) {
-    chart(tl.samples, "samples", title, unit, 0, end, picks);
+    chart(tl.samples, "samples", title, unit, 0, end, false, picks);
   };
   auto section = [&](char const* heading) { os << "<section>\n<h2>" << heading << "</h2>\n"; };
 
@@ -111,9 +111,9 @@ void HtmlReport::write(std::ostream& os) const {
     double const took = c.mark.until - c.mark.at;
     double const margin = std::max(took, 1e-3) * 0.08;
     chart(c.samples, "convergence[" + std::to_string(i) + "]",
-          c.mark.label + " at " + seconds(c.mark.at) + " s: converged in " + seconds(took) +
-              " s (OIF sets waiting, entries rewritten since the failure)",
-          "OIF sets, rewrites", c.mark.at - margin, c.mark.until + margin,
+          c.mark.label + " at " + seconds(c.mark.at) + " s, converged in " + seconds(took) +
+              " s: sets waiting, entries rewritten, turn by turn",
+          "OIF sets, rewrites", c.mark.at - margin, c.mark.until + margin, true,
           {{RunFigure::frrWaiting}, {RunFigure::frrRewrites}});
   }
   os << "</section>\n";

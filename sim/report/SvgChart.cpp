@@ -123,7 +123,7 @@ std::string SvgChart::svg() const {
   for (auto const& l : lines_) {
     char const* colour = l.chip ? Svg::chipColour(*l.chip) : Svg::kAgentColour;
     os << "<polyline class=\"series\" data-figure=\"" << Svg::escape(l.figure) << "\" data-chip=\""
-       << (l.chip ? std::to_string(*l.chip) : std::string("agent")) << "\" data-scale=\"" << Svg::value(l.scale)
+       << (l.chip ? std::to_string(*l.chip) : std::string("agent")) << "\" data-scale=\"" << Svg::value(l.scale) << "\" data-steps=\"" << (l.steps ? 1 : 0)
        << "\" fill=\"none\" stroke=\"" << colour << "\" stroke-width=\"1.8\"";
     if (*dashOf(l.figure)) os << " stroke-dasharray=\"" << dashOf(l.figure) << "\"";
     os << " data-values=\"";
@@ -131,7 +131,11 @@ std::string SvgChart::svg() const {
     auto const& vs = *l.values;
     for (std::size_t i = 0; i < ts.size(); ++i) os << (i ? " " : "") << Svg::value(ts[i]) << ',' << Svg::value(vs[i]);
     os << "\" points=\"";
-    for (std::size_t i = 0; i < ts.size(); ++i) os << (i ? " " : "") << coord(x(ts[i])) << ',' << coord(y(vs[i] * l.scale));
+    for (std::size_t i = 0; i < ts.size(); ++i) {
+      if (i > 0) os << ' ';
+      if (i > 0 && l.steps) os << coord(x(ts[i])) << ',' << coord(y(vs[i - 1] * l.scale)) << ' ';
+      os << coord(x(ts[i])) << ',' << coord(y(vs[i] * l.scale));
+    }
     os << "\"><title>" << (l.chip ? "chip " + std::to_string(*l.chip) : std::string("agent")) << ": "
        << Svg::escape(l.figureLabel) << "</title></polyline>\n";
     // Few samples (a zoom on a convergence): each one marked.

@@ -27,6 +27,10 @@ class SvgChart {
     std::vector<double> const* times = nullptr;
     std::vector<double> const* values = nullptr;
     double scale = 1;  // drawn as value * scale (seconds shown in ms)
+    // Each value holds until the next sample (observations at turns of the
+    // loop, data-steps="1"): the points have a corner (t[i], v[i-1]) before
+    // each (t[i], v[i]).
+    bool steps = false;
   };
 
   static constexpr int kWidth = 960;

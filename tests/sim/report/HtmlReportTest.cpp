@@ -177,12 +177,19 @@ TEST_P(HtmlReportTest, EveryLineHoldsTheJsonSamplesAndIsDrawnToItsAxes) {
         EXPECT_EQ(values[i].first, times[i].GetDouble()) << where << " sample " << i;
         EXPECT_EQ(values[i].second, column[i].GetDouble()) << where << " sample " << i;
       }
+      // Each sample is a point; a line of steps has a corner before each but the first.
       auto const points = pairs(attr(line, "points"));
-      ASSERT_EQ(points.size(), values.size()) << where;
+      bool const steps = attr(line, "data-steps") == "1";
+      ASSERT_EQ(points.size(), steps && !values.empty() ? 2 * values.size() - 1 : values.size()) << where;
       double const scale = std::strtod(attr(line, "data-scale").c_str(), nullptr);
-      for (std::size_t i = 0; i < points.size(); ++i) {
-        timeToX.emplace_back(values[i].first, points[i].first);
-        valueToY.emplace_back(values[i].second * scale, points[i].second);
+      for (std::size_t i = 0, p = 0; i < values.size(); ++i, ++p) {
+        if (steps && i > 0) {
+          timeToX.emplace_back(values[i].first, points[p].first);
+          valueToY.emplace_back(values[i - 1].second * scale, points[p].second);
+          ++p;
+        }
+        timeToX.emplace_back(values[i].first, points[p].first);
+        valueToY.emplace_back(values[i].second * scale, points[p].second);
       }
       ++lines;
     }
