@@ -57,7 +57,7 @@ INSTANTIATE_TEST_SUITE_P(
         BadCase{"MissingEvents", "{}", "t.json: events: expected a list of events, got nothing"},
         BadCase{"UnknownTopLevelField", R"({"events": [], "chip": {}})",
                 "t.json: chip: expected a known field (one of name, description, chips, interfaces, vrfs, zombies, "
-                "aging, counters, routeSets, events, end), got an unknown field"},
+                "aging, counters, routeSets, events, end, sampleInterval), got an unknown field"},
         BadCase{"TimeAsText", withEvents("[]", R"([{"at": "soon", "do": "restart"}])"),
                 "t.json: events[0].at: expected a number of seconds >= 0, got the string \"soon\""},
         BadCase{"EventsOutOfOrder", withEvents("[]", R"([{"at": 2, "do": "restart"}, {"at": 1.5, "do": "restart"}])"),
