@@ -11,10 +11,12 @@
 // ("t,v t,v ...", exact), points the same samples in chart coordinates.
 #include <cstdint>
 #include <optional>
+#include <ostream>
 #include <string>
 #include <vector>
 
 #include "sim/report/RunTimeline.h"
+#include "sim/report/Svg.h"
 
 namespace FalSim {
 
@@ -47,6 +49,14 @@ class SvgChart {
   static char const* markColour(std::string const& kind);
 
  private:
+  static std::string ownerName(std::optional<std::uint32_t> chip);
+  double x(Svg::Frame const& f, double t) const;
+  // The figure's place among the chart's figures (its dash).
+  std::size_t figureIndex(std::string const& figure) const;
+  void legend(std::ostream& os, Svg::Frame const& f) const;
+  void drawMarks(std::ostream& os, Svg::Frame const& f) const;
+  void drawLine(std::ostream& os, Svg::Frame const& f, Line const& l) const;
+
   std::string source_;
   std::string title_;
   std::string unit_;
