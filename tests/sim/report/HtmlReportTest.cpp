@@ -132,7 +132,9 @@ TEST_P(HtmlReportTest, PageIsWellFormedXmlWithAChartPerGroupAndTheVerdict) {
   auto const svgs = elements(root, "svg");
   EXPECT_GE(svgs.size(), 6u);
   for (auto* svg : svgs) EXPECT_FALSE(attr(svg, "data-source").empty());
-  std::string const h1 = reinterpret_cast<char const*>(xmlNodeGetContent(elements(root, "h1").at(0)));
+  xmlChar* content = xmlNodeGetContent(elements(root, "h1").at(0));
+  std::string const h1 = reinterpret_cast<char const*>(content);
+  xmlFree(content);
   EXPECT_NE(h1.find(r.report.scenario), std::string::npos);
   EXPECT_NE(h1.find("OK"), std::string::npos);
 }
