@@ -110,7 +110,7 @@ INSTANTIATE_TEST_SUITE_P(
                 "t.json: events[0].at: expected each field once per object, got a second one"},
         BadCase{"EmptyFieldName", R"({"": 1, "events": []})",
                 "t.json: \"\": expected a known field (one of name, description, chips, interfaces, vrfs, zombies, "
-                "aging, counters, routeSets, events, end), got an unknown field"},
+                "aging, counters, routeSets, events, end, sampleInterval), got an unknown field"},
         BadCase{"NulAndBadUtf8InName", std::string("{\"chips\": {\"a\\u0000b\xff\": 1}, \"events\": []}"),
                 "t.json: chips.\"a\\x00b\\xff\": expected a known field (one of count, routes, boundaries, "
                 "replicationEntries, operationCost, chip, flavour, otherFlavour, transactionLatency, seed), got an "
