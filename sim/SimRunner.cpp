@@ -105,7 +105,7 @@ void SimRunner::start() {
   Vex::Seconds const interval = options_.sampleInterval > 0 ? options_.sampleInterval
                                 : scenario_.sampleInterval ? *scenario_.sampleInterval
                                                            : RunSampler::autoInterval(scenario_.end);
-  sampler_ = std::make_unique<RunSampler>(am_, 0.0, interval, options_.sampleCapacity, *agent_, *chip_);
+  sampler_ = std::make_unique<RunSampler>(am_, kEpoch, interval, options_.sampleCapacity, *agent_, *chip_);
 }
 
 bool SimRunner::step() {

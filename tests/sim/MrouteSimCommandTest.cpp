@@ -39,7 +39,7 @@ INSTANTIATE_TEST_SUITE_P(
                 "chips: expected each field once per object, got a second one"},
         BadFile{"EmptyName", R"({"": 1, "events": []})",
                 "\"\": expected a known field (one of name, description, chips, interfaces, vrfs, zombies, aging, "
-                "counters, routeSets, events, end), got an unknown field"},
+                "counters, routeSets, events, end, sampleInterval), got an unknown field"},
         BadFile{"FractionalCount", R"({"chips": {"count": 2.0}, "events": []})",
                 "chips.count: expected a whole number (a chip count from 1 to 1024), got the number 2.0"},
         BadFile{"InvalidRpaIndex",
