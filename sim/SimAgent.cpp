@@ -128,6 +128,7 @@ SimAgent::SimAgent(Scenario const& scenario, Vex::Ptr<ReferenceChip> chip, LinkF
       chips_(scenario.chips.count) {
   counts_.tableFullEpisodesByChip.resize(chips_);
   pastAging_.resize(chips_);
+  pastAsync_.resize(chips_);
   ipStatus_->ipv4RoutingEnabledIs(true);
   ipStatus_->ipv6RoutingEnabledIs(true);
   l3Status_->mrouteZombieEnabledIs(scenario.zombiesEnabled);
@@ -270,13 +271,20 @@ Fal::Mroute::AsyncMrouteSwitchSm& SimAgent::asyncSwitchSmAt(std::size_t i) const
 }
 
 AsyncReferenceChip::Statistics SimAgent::asyncStatistics() const {
-  AsyncReferenceChip::Statistics total = pastAsync_;
-  if (incarnation_) {
-    for (auto const& face : incarnation_->asyncChips) {
-      if (face) total += face->statistics();
-    }
-  }
+  AsyncReferenceChip::Statistics total;
+  for (std::uint32_t c = 0; c < chips_; ++c) total += asyncStatistics(c);
   return total;
+}
+
+AsyncReferenceChip::Statistics SimAgent::asyncStatistics(std::uint32_t chip) const {
+  AsyncReferenceChip::Statistics stats = pastAsync_[chip];
+  if (incarnation_ && incarnation_->asyncChips[chip]) stats += incarnation_->asyncChips[chip]->statistics();
+  return stats;
+}
+
+std::size_t SimAgent::pendingTransactions(std::uint32_t chip) const {
+  if (!incarnation_ || !incarnation_->asyncChips[chip]) return 0;
+  return incarnation_->asyncChips[chip]->pendingTransactions();
 }
 
 Vex::Seconds SimAgent::longestWait() const {
@@ -294,8 +302,8 @@ void SimAgent::stop(bool chipsSurvive) {
   frrSettle();
   for (std::uint32_t c = 0; c < chips_; ++c) pastAging_[c] += inc.link->agingCounts(c);
   pastCounterReads_ += inc.link->counterReads();
-  for (auto const& face : inc.asyncChips) {
-    if (face) pastAsync_ += face->statistics();
+  for (std::uint32_t c = 0; c < chips_; ++c) {
+    if (inc.asyncChips[c]) pastAsync_[c] += inc.asyncChips[c]->statistics();
   }
   pastLongestWait_ = std::max(pastLongestWait_, inc.programmer->longestWait());
   pastGroupsShared_ += inc.programmer->groupsShared();

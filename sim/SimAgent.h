@@ -132,6 +132,9 @@ class SimAgent {
   // The asynchronous faces' figures, and the route programmer's about
   // asynchronous chips, over every incarnation.
   AsyncReferenceChip::Statistics asyncStatistics() const;
+  // One chip's (zero for a synchronous chip), and its transactions not yet completed.
+  AsyncReferenceChip::Statistics asyncStatistics(std::uint32_t chip) const;
+  std::size_t pendingTransactions(std::uint32_t chip) const;
   Vex::Seconds longestWait() const;
   std::uint64_t groupsShared() const;
   // The chips' VRFs and their ids, as the asynchronous switches read them.
@@ -235,7 +238,7 @@ class SimAgent {
   // Aging counts of the incarnations that have gone, by chip.
   std::vector<ChipLink::AgingCounts> pastAging_;
   std::uint64_t pastCounterReads_ = 0;
-  AsyncReferenceChip::Statistics pastAsync_;
+  std::vector<AsyncReferenceChip::Statistics> pastAsync_;  // by chip
   Vex::Seconds pastLongestWait_ = 0;
   std::uint64_t pastGroupsShared_ = 0;
   Counts counts_;

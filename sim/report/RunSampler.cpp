@@ -66,12 +66,12 @@ RunSampler::RunSampler(Vex::ActivityManager& am, Vex::Seconds origin, Vex::Secon
   timeline_.chips = chip.chips();
   timeline_.samples.store = SampleStore(capacity);
   for (auto const& info : kRunFigures) {
-    if (info.async) continue;  // no chip of the asynchronous flavour yet
     if (!info.perChip) {
       timeline_.samples.series.push_back({info.figure, std::nullopt, timeline_.samples.store.seriesIs(info.merge)});
       continue;
     }
     for (std::uint32_t c = 0; c < timeline_.chips; ++c) {
+      if (info.async && !agent.async(c)) continue;
       timeline_.samples.series.push_back({info.figure, c, timeline_.samples.store.seriesIs(info.merge)});
     }
   }
@@ -106,7 +106,9 @@ double RunSampler::value(RunFigure figure, std::optional<std::uint32_t> chip) co
     case RunFigure::entriesInUse:
       return n(chip_.statistics(*chip).entriesInUse);
     case RunFigure::zombies:
-      return running ? n(agent_.switchAt(*chip).zombieOifSet().size()) : 0;
+      if (!running) return 0;
+      return agent_.async(*chip) ? n(agent_.asyncSwitchAt(*chip).zombieOifSet().size())
+                                 : n(agent_.switchAt(*chip).zombieOifSet().size());
     case RunFigure::routeTableFull:
       return table(ReferenceChip::Table::route);
     case RunFigure::boundaryTableFull:
@@ -114,7 +116,9 @@ double RunSampler::value(RunFigure figure, std::optional<std::uint32_t> chip) co
     case RunFigure::replicationTableFull:
       return table(ReferenceChip::Table::replication);
     case RunFigure::frrWaiting:
-      return running ? n(agent_.switchAt(*chip).frrProcessingOifSet().size()) : 0;
+      if (!running) return 0;
+      return agent_.async(*chip) ? n(agent_.asyncSwitchAt(*chip).frrProcessingOifSet().size())
+                                 : n(agent_.switchAt(*chip).frrProcessingOifSet().size());
     case RunFigure::frrRewrites:
       return n(chip_.statistics(*chip).inPlaceRewrites);
     case RunFigure::agingReviews:
@@ -124,8 +128,9 @@ double RunSampler::value(RunFigure figure, std::optional<std::uint32_t> chip) co
     case RunFigure::stamps:
       return n(agent_.agingCounts(*chip).hits);
     case RunFigure::xactsInFlight:
+      return n(agent_.pendingTransactions(*chip));
     case RunFigure::xactsFailed:
-      break;  // no chip of the asynchronous flavour yet
+      return n(agent_.asyncStatistics(*chip).xactsFailed);
   }
   return 0;
 }
