@@ -440,6 +440,7 @@ void ReferenceChipTables::boundaryDel(std::uint32_t chip, RouteHandle handle) {
 bool ReferenceChipTables::hitBit(std::uint32_t chip, std::uint16_t vrfId, IpGenRouteKey const& key, VlanIdOrNone vlan,
                                  bool fastdrop) const {
   Chip const& c = chipAt(chip);
+  if (!c.hitsSinceClear) return false;
   auto const* handles = c.routeIndex.find(vrfId, key);
   if (!handles) return false;
   for (RouteHandle h : *handles) {
@@ -454,10 +455,13 @@ bool ReferenceChipTables::hitBit(std::uint32_t chip, std::uint16_t vrfId, IpGenR
 }
 
 void ReferenceChipTables::hitBitsClear(std::uint32_t chip) {
-  for (auto& [h, r] : chipAt(chip).routes) {
+  Chip& c = chipAt(chip);
+  if (!c.hitsSinceClear) return;
+  for (auto& [h, r] : c.routes) {
     r.hit = false;
     r.fastdropHits.clear();
   }
+  c.hitsSinceClear = false;
 }
 
 // ---- counters ----
@@ -540,7 +544,10 @@ ReferenceChipTables::ForwardResult ReferenceChipTables::forwardWithReason(std::u
     result.route = handles.front();
     for (RouteHandle h : handles) {
       RouteEntry& r = c.routes.at(h);
-      if (r.fastdrop && !r.fastdropHit(vlanIn)) r.fastdropHits.push_back(vlanIn);
+      if (r.fastdrop && !r.fastdropHit(vlanIn)) {
+        r.fastdropHits.push_back(vlanIn);
+        c.hitsSinceClear = true;
+      }
     }
     return drop(DropReason::rpfFail);
   }
@@ -548,6 +555,7 @@ ReferenceChipTables::ForwardResult ReferenceChipTables::forwardWithReason(std::u
   result.route = chosen->handle;
   result.oifSetIndex = chosen->oifSetIndex;
   chosen->hit = true;
+  c.hitsSinceClear = true;
   if (auto* am = Vex::ActivityManager::current()) chosen->lastAccess = am->now();
   countTraffic(*chosen, bytes);
   ReplicationEntry const* const entry = chosen->oifSetIndex == 0 ? nullptr : entryAt(c, chosen->oifSetIndex);

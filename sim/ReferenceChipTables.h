@@ -326,6 +326,9 @@ class ReferenceChipTables {
     std::vector<std::uint32_t> doubleFreed;
     Statistics stats;
     bool initialized = false;
+    // Whether a packet may have set a hit bit since the last clear: a read
+    // of an idle chip's bits then needs no lookup.
+    bool hitsSinceClear = false;
   };
 
   // The entry at index, in the table or outside it; null when none.
