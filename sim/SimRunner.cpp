@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <sstream>
 
 #include "absl/container/flat_hash_set.h"
@@ -43,6 +44,11 @@ std::string routeFailureName(std::uint32_t code) {
 }  // namespace
 
 SimRunner::SimRunner(Scenario scenario) : SimRunner(std::move(scenario), Options()) {}
+
+Vex::Seconds SimRunner::sampleInterval(Scenario const& scenario, Vex::Seconds override) {
+  if (override > 0) return override;
+  return scenario.sampleInterval ? *scenario.sampleInterval : RunSampler::autoInterval(scenario.end);
+}
 
 Netcore::IpGenAddr SimRunner::flowSource(Routing::Multicast::Fib::IpGenRouteKey const& key,
                                          Netcore::IpGenAddr const& setSource) {
@@ -102,10 +108,8 @@ void SimRunner::start() {
   agent_->start();
   am_.runUntil(am_.now());
   check("start");
-  Vex::Seconds const interval = options_.sampleInterval > 0 ? options_.sampleInterval
-                                : scenario_.sampleInterval ? *scenario_.sampleInterval
-                                                           : RunSampler::autoInterval(scenario_.end);
-  sampler_ = std::make_unique<RunSampler>(am_, kEpoch, interval, options_.sampleCapacity, *agent_, *chip_);
+  sampler_ = std::make_unique<RunSampler>(am_, kEpoch, sampleInterval(scenario_, options_.sampleInterval),
+                                          options_.sampleCapacity, *agent_, *chip_);
 }
 
 bool SimRunner::step() {
@@ -436,6 +440,8 @@ void SimRunner::check(std::string const& where) {
 }
 
 void SimRunner::runTo(Vex::Seconds t) {
+  stretchWall_ = wallNow();
+  stretchFrom_ = now();
   while (true) {
     // Up to the next clock at most: everything due by then runs as it would
     // in one runUntil(t), and the wall clock is looked at in between.
@@ -463,6 +469,11 @@ void SimRunner::progress(Vex::Seconds target) {
   if (now() < target) os << " (running to t=" << target << " s)";
   os << ", " << desired_.size() << " routes wanted, " << report_.violations << " violations, "
      << static_cast<int>(wall - wallStart_) << " s elapsed";
+  // At the stretch's pace so far: aging passes and polls fall evenly over a quiet stretch.
+  if (now() < target && now() > stretchFrom_) {
+    double const left = (target - now()) * (wall - stretchWall_) / (now() - stretchFrom_);
+    os << ", about " << static_cast<std::int64_t>(std::ceil(left)) << " s to go";
+  }
   options_.progress(os.str());
 }
 

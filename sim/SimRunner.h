@@ -86,6 +86,10 @@ class SimRunner {
   // event's setSource when the route's source prefix holds it, else an
   // address the prefix holds (the host itself, the first address after a
   // prefix's own, or a documentation address for a (*, G) route).
+  // Between samples of a run's figures: override when positive, else the
+  // scenario's "sampleInterval", else one chosen from the run's length.
+  static Vex::Seconds sampleInterval(Scenario const& scenario, Vex::Seconds override);
+
   static Netcore::IpGenAddr flowSource(Routing::Multicast::Fib::IpGenRouteKey const& key,
                                        Netcore::IpGenAddr const& setSource);
 
@@ -128,7 +132,8 @@ class SimRunner {
   void transactionFault(Scenario::Fault const& f);
   void check(std::string const& where);
   // Runs the loop to the scenario time t, one clock time after the other, with a progress line
-  // whenever one is due: a long stretch of virtual time is no silent hang.
+  // whenever one is due: a long stretch of virtual time is no silent hang. Virtual time with
+  // nothing due is skipped at once: the loop goes straight to the next clock.
   void runTo(Vex::Seconds t);
   void progress(Vex::Seconds target);
   double wallNow() const;
@@ -151,6 +156,10 @@ class SimRunner {
   absl::btree_map<std::uint32_t, std::size_t> peakParkedByReason_;  // by failure code
   double wallStart_ = 0;
   double lastProgress_ = 0;
+  // Where the stretch runTo is in began, in wall and scenario time: its pace
+  // so far tells how long the rest will take.
+  double stretchWall_ = 0;
+  Vex::Seconds stretchFrom_ = 0;
   bool started_ = false;
   bool finished_ = false;
 };

@@ -3,6 +3,7 @@
 // readable (and valid JSON) whatever bytes the scenario's names hold.
 #include <gtest/gtest.h>
 
+#include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -39,6 +40,45 @@ TEST(SimOutputTest, ProgressLinesGoOnThroughTheStretchAfterTheLastEvent) {
   }
   // Hundreds of wake-ups after the event, a line every ten of them.
   EXPECT_GT(inStretch, 10u);
+}
+
+TEST(SimOutputTest, ProgressInAStretchTellsTheWallTimeLeftAtItsPaceSoFar) {
+  // One aging pass a second up to t=1000; the fake wall clock moves a second
+  // at every look, and the runner looks once per clock time it runs to.
+  auto scenario = FalSim::ScenarioLoader::parse(R"({"name": "paced", "interfaces": {"ethernet": 2, "vlans": [10]},
+    "aging": {"activityPollingInterval": 1},
+    "routeSets": [{"name": "s", "routes": [{"group": "239.1.1.1", "acceptingVlan": 10, "outputs": ["Ethernet1.10"]}]}],
+    "events": [{"at": 1, "do": "addRoutes", "set": "s"}], "end": 1000})",
+                                                "paced.json");
+  std::vector<std::string> lines;
+  double wall = 0;
+  SimRunner::Options options;
+  options.progress = [&](std::string const& line) { lines.push_back(line); };
+  options.progressAfterWallSeconds = 5;
+  options.progressEveryWallSeconds = 3;
+  options.wallClock = [&] { return wall += 1; };
+  SimRunner(std::move(scenario), std::move(options)).run();
+
+  std::regex const stretch(R"(^mroute-sim: paced: event 1/1 at t=(\d+) s \(running to t=1000 s\), 1 routes wanted, )"
+                           R"(0 violations, (\d+) s elapsed, about (\d+) s to go$)");
+  std::size_t seen = 0;
+  double lastWall = 0;
+  for (auto const& line : lines) {
+    std::smatch m;
+    ASSERT_TRUE(std::regex_match(line, m, stretch)) << line;
+    double const t = std::stod(m[1]);
+    double const elapsed = std::stod(m[2]);
+    double const left = std::stod(m[3]);
+    // A wall second per virtual second: what is left of the stretch, give or take the looks between events.
+    EXPECT_NEAR(left, 1000 - t, 0.05 * (1000 - t) + 2) << line;
+    // A line every few wall seconds, never two in one.
+    if (seen > 0) {
+      EXPECT_GE(elapsed - lastWall, 3) << line;
+    }
+    lastWall = elapsed;
+    ++seen;
+  }
+  EXPECT_GT(seen, 200u);
 }
 
 TEST(SimOutputTest, NamesWithNulsAndBadUtf8AreEscapedInEveryReport) {
