@@ -3,7 +3,8 @@
 // the library, driven by a scenario file, and reports what it did.
 //
 // Exit status: 0 when every invariant held and every traffic expectation was
-// met, 1 when one broke, 2 for a scenario that cannot be run.
+// met, 1 when one broke, 2 for a scenario that cannot be run (or whose run is
+// estimated to take longer than --work-limit, without --long-run).
 #include <CLI/CLI.hpp>
 #include <unistd.h>
 
@@ -19,6 +20,7 @@
 #include "platform/vex/Trace.h"
 #include "sim/ScenarioLoader.h"
 #include "sim/SimRunner.h"
+#include "sim/WorkEstimate.h"
 #include "sim/report/HtmlReport.h"
 #include "sim/soak/Soak.h"
 
@@ -40,7 +42,8 @@ constexpr char const* kDescription =
     "With --soak STEPS --seed N it runs a fault soak instead of a scenario, and writes the\n"
     "shortest scenario file it finds that shows the first finding (--repro).\n\n"
     "Exit status: 0 all invariants hold, 1 one broke (or a traffic expectation failed),\n"
-    "2 the scenario is bad (the message names the file, the field and what was expected).";
+    "2 the scenario is bad (the message names the file, the field and what was expected), or its\n"
+    "run is estimated to take more CPU time than --work-limit and --long-run is not given.";
 
 volatile std::sig_atomic_t stopRequested = 0;
 void onSignal(int) { stopRequested = 1; }
@@ -111,6 +114,14 @@ int main(int argc, char** argv) {
   app.add_option("--linger", lingerSeconds,
                  "After the scenario, stay alive this many seconds with the counters still published")
       ->check(CLI::NonNegativeNumber);
+  bool longRun = false;
+  app.add_flag("--long-run", longRun,
+               "Run the scenario however long its estimated CPU time (without it, a scenario estimated above "
+               "--work-limit is refused with the estimate: aging passes x routes, counter polls, samples)");
+  double workLimit = FalSim::WorkEstimate::kDefaultLimitSeconds;
+  app.add_option("--work-limit", workLimit, "Seconds of estimated CPU time above which a scenario needs --long-run")
+      ->capture_default_str()
+      ->check(CLI::NonNegativeNumber);
   try {
     app.parse(argc, argv);
   } catch (CLI::ParseError const& e) {
@@ -133,6 +144,12 @@ int main(int argc, char** argv) {
   FalSim::Scenario scenario;
   try {
     scenario = FalSim::ScenarioLoader::load(scenarioPath);
+    FalSim::WorkEstimate const estimate(scenario, FalSim::SimRunner::sampleInterval(scenario, sampleInterval));
+    if (!longRun) {
+      estimate.check(scenarioPath, workLimit, "--long-run");
+    } else if (!quiet && estimate.cpuSeconds() > workLimit) {
+      std::cerr << "mroute-sim: " << scenarioPath << ": a long run, " << estimate.text() << std::endl;
+    }
   } catch (FalSim::ScenarioError const& e) {
     std::cerr << "mroute-sim: " << e.what() << '\n';
     return kExitBadScenario;

@@ -59,6 +59,42 @@ INSTANTIATE_TEST_SUITE_P(
                 "\"boundary\", \"noEntry\", got the string \"dropped\""}),
     [](auto const& info) { return std::string(info.param.name); });
 
+// A scenario estimated above --work-limit is refused with the estimate
+// before anything runs; --long-run runs it all the same.
+TEST(MrouteSimCommandTest, LongRunIsRefusedUpFrontUnlessAskedFor) {
+  std::string const path = ::testing::TempDir() + "long.json";
+  std::ofstream(path) << R"({"interfaces": {"ethernet": 2, "vlans": [10]}, "aging": {"activityPollingInterval": 1},
+    "routeSets": [{"name": "s", "routes": [{"group": "239.1.1.1", "acceptingVlan": 10, "outputs": ["Ethernet1.10"]}]}],
+    "events": [{"at": 1, "do": "addRoutes", "set": "s"}], "end": 3})";
+  MrouteSimProcess const refused = mrouteSim("-q --work-limit 0 '" + path + "'");
+  EXPECT_EQ(refused.status, 2) << refused.out;
+  EXPECT_EQ(refused.out.rfind("mroute-sim: " + path +
+                                  ": end: expected a run of at most 0 s of estimated CPU time, got one of about ",
+                              0),
+            0u)
+      << refused.out;
+  EXPECT_NE(refused.out.find(" s of CPU time: 2 hit-bit reads in 2 aging passes, 0 counter reads, "), std::string::npos)
+      << refused.out;
+  EXPECT_NE(refused.out.find(" samples; --long-run runs it anyway\n"), std::string::npos) << refused.out;
+
+  MrouteSimProcess const ran = mrouteSim("-q --work-limit 0 --long-run '" + path + "'");
+  EXPECT_EQ(ran.status, 0) << ran.out;
+  EXPECT_NE(ran.out.find(": OK ("), std::string::npos) << ran.out;
+  MrouteSimProcess const told = mrouteSim("--work-limit 0 --long-run '" + path + "'");
+  EXPECT_EQ(told.status, 0) << told.out;
+  EXPECT_NE(told.out.find("mroute-sim: " + path + ": a long run, about "), std::string::npos) << told.out;
+
+  MrouteSimProcess const defaultLimit = mrouteSim("-q '" + path + "'");
+  EXPECT_EQ(defaultLimit.status, 0) << defaultLimit.out;
+}
+
+TEST(MrouteSimCommandTest, HelpNamesTheLongRunFlagAndTheLimit) {
+  MrouteSimProcess const help = mrouteSim("--help");
+  EXPECT_EQ(help.status, 0);
+  EXPECT_NE(help.out.find("--long-run"), std::string::npos) << help.out;
+  EXPECT_NE(help.out.find("--work-limit FLOAT:NONNEGATIVE=20"), std::string::npos) << help.out;
+}
+
 TEST(MrouteSimCommandTest, CleanSoakPrintsItsSummaryAndExitsZero) {
   MrouteSimProcess const run = mrouteSim("-q --soak 300 --seed 5 --repro '" + ::testing::TempDir() + "unused.json'");
   EXPECT_EQ(run.status, 0) << run.out;
