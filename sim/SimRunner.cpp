@@ -222,7 +222,11 @@ void SimRunner::interfaceDown(Netcore::IntfId intf, std::string const& where) {
   status->operStatusIs(Interface::intfOperDown);
   // The review pass rewrites the protected sets in slices; converged when none is left.
   sampler_->observe();
-  agent_->frrSettle([this] { sampler_->observe(); });
+  // A large rewrite can take a while in wall time too: progress between its turns.
+  agent_->frrSettle([this] {
+    sampler_->observe();
+    progress(now());
+  });
   Vex::Seconds const took = am_.now() - failedAt;
   if (agent_->frrPending()) {
     // Sets wait for a rewrite that no pass is scheduled to make.

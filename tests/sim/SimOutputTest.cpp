@@ -3,6 +3,7 @@
 // readable (and valid JSON) whatever bytes the scenario's names hold.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <regex>
 #include <sstream>
 #include <string>
@@ -79,6 +80,26 @@ TEST(SimOutputTest, ProgressInAStretchTellsTheWallTimeLeftAtItsPaceSoFar) {
     ++seen;
   }
   EXPECT_GT(seen, 200u);
+}
+
+TEST(SimOutputTest, ProgressGoesOnInsideAFastRerouteThatTakesItsTime) {
+  // The interface fails at t=8 (events[5], the sixth of twelve); the
+  // asynchronous chips rewrite the protected groups over several turns of
+  // the loop. Besides the line after the event, one comes between turns.
+  auto scenario = FalSim::ScenarioLoader::load(std::string(FALMROUTE_SOURCE_DIR) + "/examples/async-frr.json");
+  std::vector<std::string> lines;
+  double wall = 0;
+  SimRunner::Options options;
+  options.progress = [&](std::string const& line) { lines.push_back(line); };
+  options.progressAfterWallSeconds = 0;
+  options.progressEveryWallSeconds = 0;
+  options.wallClock = [&] { return wall += 1; };
+  SimRunner(std::move(scenario), std::move(options)).run();
+
+  std::regex const during(R"(^mroute-sim: async-frr: event 6/12 at t=8\.\d+ s, \d+ routes wanted, 0 violations, \d+ s elapsed$)");
+  std::size_t const inside =
+      std::count_if(lines.begin(), lines.end(), [&](std::string const& l) { return std::regex_match(l, during); });
+  EXPECT_GT(inside, 1u);
 }
 
 TEST(SimOutputTest, NamesWithNulsAndBadUtf8AreEscapedInEveryReport) {
