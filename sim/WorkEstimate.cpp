@@ -87,18 +87,17 @@ std::string WorkEstimate::text() const {
   char seconds[32];
   double const cpu = cpuSeconds();
   std::snprintf(seconds, sizeof seconds, cpu < 10 ? "%.2g" : "%.0f", cpu);
-  return std::string("about ") + seconds + " s of CPU time: " + countText(hitBitReads_) + " hit-bit reads in " +
+  return std::string("about ") + seconds + " s of CPU time (" + countText(hitBitReads_) + " hit-bit reads in " +
          countText(agingPasses_) + " aging passes, " + countText(counterReads_) + " counter reads, " +
-         countText(samples_) + " samples";
+         countText(samples_) + " samples)";
 }
 
 void WorkEstimate::check(std::string const& file, double limitSeconds, std::string const& goOnFlag) const {
   if (cpuSeconds() <= limitSeconds) return;
   char limit[32];
   std::snprintf(limit, sizeof limit, "%g", limitSeconds);
-  throw ScenarioError(file, "end",
-                      std::string("a run of at most ") + limit + " s of estimated CPU time",
-                      "one of " + text() + "; " + goOnFlag + " runs it anyway");
+  throw ScenarioError(file, "end", std::string("a run whose clocks need at most ") + limit + " s of CPU time",
+                      "one whose clocks need " + text() + "; " + goOnFlag + " runs it anyway");
 }
 
 }  // namespace FalSim

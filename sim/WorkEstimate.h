@@ -44,7 +44,8 @@ class WorkEstimate {
   double counterReads() const { return counterReads_; }
   double samples() const { return samples_; }
   double cpuSeconds() const;
-  // "about 50 s of CPU time: 1e+09 hit-bit reads in 1e+06 aging passes, ..."
+  // "about 51 s of CPU time (1.0e+09 hit-bit reads in 999999 aging passes, ...)".
+  // Only the clocks' work: the events' own (programming, traffic, checks) is not in it.
   std::string text() const;
 
   // Throws a ScenarioError naming file, the estimate and the way to run it

@@ -116,10 +116,11 @@ int main(int argc, char** argv) {
       ->check(CLI::NonNegativeNumber);
   bool longRun = false;
   app.add_flag("--long-run", longRun,
-               "Run the scenario however long its estimated CPU time (without it, a scenario estimated above "
-               "--work-limit is refused with the estimate: aging passes x routes, counter polls, samples)");
+               "Run the scenario however long its clocks' work is estimated to take (without it, a scenario whose "
+               "aging passes x routes, counter polls and samples are estimated above --work-limit is refused "
+               "with the estimate)");
   double workLimit = FalSim::WorkEstimate::kDefaultLimitSeconds;
-  app.add_option("--work-limit", workLimit, "Seconds of estimated CPU time above which a scenario needs --long-run")
+  app.add_option("--work-limit", workLimit, "Seconds of CPU time the clocks' work may be estimated at before a scenario needs --long-run")
       ->capture_default_str()
       ->check(CLI::NonNegativeNumber);
   try {
@@ -148,7 +149,7 @@ int main(int argc, char** argv) {
     if (!longRun) {
       estimate.check(scenarioPath, workLimit, "--long-run");
     } else if (!quiet && estimate.cpuSeconds() > workLimit) {
-      std::cerr << "mroute-sim: " << scenarioPath << ": a long run, " << estimate.text() << std::endl;
+      std::cerr << "mroute-sim: " << scenarioPath << ": a long run: its clocks need " << estimate.text() << std::endl;
     }
   } catch (FalSim::ScenarioError const& e) {
     std::cerr << "mroute-sim: " << e.what() << '\n';

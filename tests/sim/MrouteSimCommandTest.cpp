@@ -69,20 +69,23 @@ TEST(MrouteSimCommandTest, LongRunIsRefusedUpFrontUnlessAskedFor) {
   MrouteSimProcess const refused = mrouteSim("-q --work-limit 0 '" + path + "'");
   EXPECT_EQ(refused.status, 2) << refused.out;
   EXPECT_EQ(refused.out.rfind("mroute-sim: " + path +
-                                  ": end: expected a run of at most 0 s of estimated CPU time, got one of about ",
+                                  ": end: expected a run whose clocks need at most 0 s of CPU time, got one whose clocks "
+                                  "need about ",
                               0),
             0u)
       << refused.out;
-  EXPECT_NE(refused.out.find(" s of CPU time: 2 hit-bit reads in 2 aging passes, 0 counter reads, "), std::string::npos)
+  EXPECT_NE(refused.out.find(" s of CPU time (2 hit-bit reads in 2 aging passes, 0 counter reads, "), std::string::npos)
       << refused.out;
-  EXPECT_NE(refused.out.find(" samples; --long-run runs it anyway\n"), std::string::npos) << refused.out;
+  EXPECT_NE(refused.out.find(" samples); --long-run runs it anyway\n"), std::string::npos) << refused.out;
 
   MrouteSimProcess const ran = mrouteSim("-q --work-limit 0 --long-run '" + path + "'");
   EXPECT_EQ(ran.status, 0) << ran.out;
   EXPECT_NE(ran.out.find(": OK ("), std::string::npos) << ran.out;
+  EXPECT_EQ(ran.out.find("a long run"), std::string::npos) << ran.out;  // -q: no note either
   MrouteSimProcess const told = mrouteSim("--work-limit 0 --long-run '" + path + "'");
   EXPECT_EQ(told.status, 0) << told.out;
-  EXPECT_NE(told.out.find("mroute-sim: " + path + ": a long run, about "), std::string::npos) << told.out;
+  EXPECT_NE(told.out.find("mroute-sim: " + path + ": a long run: its clocks need about "), std::string::npos)
+      << told.out;
 
   MrouteSimProcess const defaultLimit = mrouteSim("-q '" + path + "'");
   EXPECT_EQ(defaultLimit.status, 0) << defaultLimit.out;

@@ -96,7 +96,8 @@ TEST(SimOutputTest, ProgressGoesOnInsideAFastRerouteThatTakesItsTime) {
   options.wallClock = [&] { return wall += 1; };
   SimRunner(std::move(scenario), std::move(options)).run();
 
-  std::regex const during(R"(^mroute-sim: async-frr: event 6/12 at t=8\.\d+ s, \d+ routes wanted, 0 violations, \d+ s elapsed$)");
+  std::regex const during(
+      R"(^mroute-sim: async-frr: event 6/12 at t=8\.\d+ s, \d+ routes wanted, 0 violations, \d+ s elapsed$)");
   std::size_t const inside =
       std::count_if(lines.begin(), lines.end(), [&](std::string const& l) { return std::regex_match(l, during); });
   EXPECT_GT(inside, 1u);
