@@ -17,22 +17,31 @@ namespace {
 
 using FalSim::SimRunner;
 
-TEST(SimOutputTest, ProgressLinesGoOnThroughTheStretchAfterTheLastEvent) {
-  // Aging wakes every second up to t=600; the only event is at t=1.
-  auto scenario = FalSim::ScenarioLoader::parse(R"({"name": "quiet", "interfaces": {"ethernet": 2, "vlans": [10]},
-    "aging": {"activityPollingInterval": 1},
-    "routeSets": [{"name": "s", "routes": [{"group": "239.1.1.1", "acceptingVlan": 10, "outputs": ["Ethernet1.10"]}]}],
-    "events": [{"at": 1, "do": "addRoutes", "set": "s"}], "end": 600})",
-                                                "quiet.json");
+// The progress lines of a run whose wall clock moves a second at every look.
+std::vector<std::string> progressLines(FalSim::Scenario scenario, double afterWallSeconds, double everyWallSeconds) {
   std::vector<std::string> lines;
   double wall = 0;
   SimRunner::Options options;
   options.progress = [&](std::string const& line) { lines.push_back(line); };
-  options.progressAfterWallSeconds = 0;
-  options.progressEveryWallSeconds = 10;
-  // Every look at the wall clock finds a second gone.
+  options.progressAfterWallSeconds = afterWallSeconds;
+  options.progressEveryWallSeconds = everyWallSeconds;
   options.wallClock = [&] { return wall += 1; };
   SimRunner(std::move(scenario), std::move(options)).run();
+  return lines;
+}
+
+// One route, aging every second from t=1 up to end.
+FalSim::Scenario agingAlone(std::string const& name, int end) {
+  return FalSim::ScenarioLoader::parse(R"({"name": ")" + name + R"(", "interfaces": {"ethernet": 2, "vlans": [10]},
+    "aging": {"activityPollingInterval": 1},
+    "routeSets": [{"name": "s", "routes": [{"group": "239.1.1.1", "acceptingVlan": 10, "outputs": ["Ethernet1.10"]}]}],
+    "events": [{"at": 1, "do": "addRoutes", "set": "s"}], "end": )" + std::to_string(end) + "}",
+                                       name + ".json");
+}
+
+TEST(SimOutputTest, ProgressLinesGoOnThroughTheStretchAfterTheLastEvent) {
+  // Aging wakes every second up to t=600; the only event is at t=1.
+  std::vector<std::string> const lines = progressLines(agingAlone("quiet", 600), 0, 10);
 
   std::size_t inStretch = 0;
   for (auto const& line : lines) {
@@ -44,21 +53,9 @@ TEST(SimOutputTest, ProgressLinesGoOnThroughTheStretchAfterTheLastEvent) {
 }
 
 TEST(SimOutputTest, ProgressInAStretchTellsTheWallTimeLeftAtItsPaceSoFar) {
-  // One aging pass a second up to t=1000; the fake wall clock moves a second
-  // at every look, and the runner looks once per clock time it runs to.
-  auto scenario = FalSim::ScenarioLoader::parse(R"({"name": "paced", "interfaces": {"ethernet": 2, "vlans": [10]},
-    "aging": {"activityPollingInterval": 1},
-    "routeSets": [{"name": "s", "routes": [{"group": "239.1.1.1", "acceptingVlan": 10, "outputs": ["Ethernet1.10"]}]}],
-    "events": [{"at": 1, "do": "addRoutes", "set": "s"}], "end": 1000})",
-                                                "paced.json");
-  std::vector<std::string> lines;
-  double wall = 0;
-  SimRunner::Options options;
-  options.progress = [&](std::string const& line) { lines.push_back(line); };
-  options.progressAfterWallSeconds = 5;
-  options.progressEveryWallSeconds = 3;
-  options.wallClock = [&] { return wall += 1; };
-  SimRunner(std::move(scenario), std::move(options)).run();
+  // One aging pass a second up to t=1000; the runner looks at the wall clock
+  // once per clock time it runs to.
+  std::vector<std::string> const lines = progressLines(agingAlone("paced", 1000), 5, 3);
 
   std::regex const stretch(R"(^mroute-sim: paced: event 1/1 at t=(\d+) s \(running to t=1000 s\), 1 routes wanted, )"
                            R"(0 violations, (\d+) s elapsed, about (\d+) s to go$)");
@@ -86,15 +83,8 @@ TEST(SimOutputTest, ProgressGoesOnInsideAFastRerouteThatTakesItsTime) {
   // The interface fails at t=8 (events[5], the sixth of twelve); the
   // asynchronous chips rewrite the protected groups over several turns of
   // the loop. Besides the line after the event, one comes between turns.
-  auto scenario = FalSim::ScenarioLoader::load(std::string(FALMROUTE_SOURCE_DIR) + "/examples/async-frr.json");
-  std::vector<std::string> lines;
-  double wall = 0;
-  SimRunner::Options options;
-  options.progress = [&](std::string const& line) { lines.push_back(line); };
-  options.progressAfterWallSeconds = 0;
-  options.progressEveryWallSeconds = 0;
-  options.wallClock = [&] { return wall += 1; };
-  SimRunner(std::move(scenario), std::move(options)).run();
+  std::vector<std::string> const lines =
+      progressLines(FalSim::ScenarioLoader::load(std::string(FALMROUTE_SOURCE_DIR) + "/examples/async-frr.json"), 0, 0);
 
   std::regex const during(
       R"(^mroute-sim: async-frr: event 6/12 at t=8\.\d+ s, \d+ routes wanted, 0 violations, \d+ s elapsed$)");
