@@ -55,7 +55,9 @@ class SimRunner {
     // Makes the faces of the asynchronous chips; plain ones when empty.
     SimAgent::AsyncChipFactory asyncChipFactory;
     // Told a progress line now and then on runs that take long in wall time,
-    // between events and inside long stretches of virtual time alike.
+    // between events, inside long stretches of virtual time (with the wall
+    // time left at the stretch's pace) and between the turns of a
+    // fast-reroute convergence alike.
     std::function<void(std::string const&)> progress;
     double progressAfterWallSeconds = 3.0;
     double progressEveryWallSeconds = 2.0;
@@ -82,14 +84,14 @@ class SimRunner {
 
   SimReport run();
 
-  // Where the flow a set's traffic sends for the route of key comes from: the
-  // event's setSource when the route's source prefix holds it, else an
-  // address the prefix holds (the host itself, the first address after a
-  // prefix's own, or a documentation address for a (*, G) route).
   // Between samples of a run's figures: override when positive, else the
   // scenario's "sampleInterval", else one chosen from the run's length.
   static Vex::Seconds sampleInterval(Scenario const& scenario, Vex::Seconds override);
 
+  // Where the flow a set's traffic sends for the route of key comes from: the
+  // event's setSource when the route's source prefix holds it, else an
+  // address the prefix holds (the host itself, the first address after a
+  // prefix's own, or a documentation address for a (*, G) route).
   static Netcore::IpGenAddr flowSource(Routing::Multicast::Fib::IpGenRouteKey const& key,
                                        Netcore::IpGenAddr const& setSource);
 
