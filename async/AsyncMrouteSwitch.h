@@ -95,6 +95,9 @@ class FALMROUTE_EXPORT AsyncMrouteSwitch : public MrouteLib::AsyncSwitchChip {
   // The handle of the route with this key, accepting VLAN and VRF id; the
   // invalid handle when none.
   MrouteLib::RouteHandle inUseRouteHandle(InUseRouteHandleKey const& key) const;
+  // Starts fetching what inUseRouteHandle(key) will read first (a hint; no
+  // effect on the result), so that a walk can ask a few routes ahead.
+  void inUseRouteHandlePrefetch(InUseRouteHandleKey const& key) const { inUseRouteHandle_.prefetch(key); }
   std::size_t inUseRouteHandleSize() const { return inUseRouteHandle_.size(); }
   // What a handle stands for; the default key when the handle is not in use.
   InUseRouteHandleKey inUseRouteHandleKey(MrouteLib::RouteHandle handle) const;

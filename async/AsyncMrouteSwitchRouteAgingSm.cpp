@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "async/AsyncMrouteTrace.h"
+#include "model/AgingReviewPrefetch.h"
 #include "platform/vex/ActivityManager.h"
 #include "platform/vex/Assert.h"
 
@@ -280,6 +281,13 @@ void AsyncMrouteSwitchRouteAgingSm::doRouteAgingReview() {
       AGING_TRACE(8, "doRouteAgingReview", ": routeBookMark not set. Start from the beginning.");
       routeIt = vrf->routeIterator();
     }
+    // Only for the routes whose handle the review will look up.
+    AgingReviewPrefetch const prefetch([this, vrfId](IpGenRouteKey const& key, RouteStatus const& rs) {
+      if (rs.flags() & RouteStatus::kFlagsMask) return;
+      Bridging::VlanIdOrNone const vlan = vlanOf(rs.acceptingIntfId());
+      if (vlan.isNone() && !rs.pollWithoutVlan()) return;
+      mrouteSwitch_->inUseRouteHandlePrefetch(AsyncMrouteSwitch::inUseRouteHandleKeyOf(key, vlan, vrfId));
+    });
     for (; !routeIt.done(); ++routeIt) {
       if (visited == kRoutesPerSlice) {
         bookmark_ = routeIt.key();
@@ -290,6 +298,7 @@ void AsyncMrouteSwitchRouteAgingSm::doRouteAgingReview() {
         return;
       }
       ++visited;
+      prefetch.step(routeIt);
       Vex::Ptr<RouteStatus> const route = routeIt.value();  // held: a stamp's reactor may delete it
       reviewRoute(*route, vrfId);
     }

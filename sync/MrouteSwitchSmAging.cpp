@@ -9,6 +9,7 @@
 // either through direct cache hooks (refresh, read, clear) or, with
 // usingAsyncMrouteHit, through request/response entities exchanged with the
 // process that owns the hit-bit cache.
+#include "model/AgingReviewPrefetch.h"
 #include "platform/vex/ActivityManager.h"
 #include "platform/vex/Assert.h"
 #include "sync/FalMrouteTrace.h"
@@ -52,41 +53,6 @@ AgingReviewBookmark& agingReviewBookmark() {
   static AgingReviewBookmark bookmark;
   return bookmark;
 }
-
-// Runs ahead of the review inside one VRF and starts the memory reads the
-// review will make there, so that they overlap instead of following one
-// another. In a large table each route's status and its entry in the
-// switch's key index sit in memory the processor has not seen lately;
-// reading them only when the review reaches the route costs a full memory
-// round trip each. It looks at two routes ahead of the review's position in
-// the collection: at the farther one it fetches the route status, at the
-// nearer one (whose status has arrived by then) it reads the VLAN and fetches
-// the key index entry. Only fetches are issued: the review reads and decides
-// exactly as without them, and a collection changed under the review (a
-// stamp's reactor may do that) gives no hint until the review moves on.
-class AgingReviewPrefetch {
- public:
-  static constexpr std::size_t kNear = 4;
-  static constexpr std::size_t kFar = 8;
-
-  AgingReviewPrefetch(Fal::MrouteSwitch const& sw, IntfVlanId::Table const& vlans) : sw_(sw), vlans_(vlans) {}
-
-  // Once per route reviewed, with the review at `at`.
-  void step(VrfStatus::RouteColl::Iterator const& at) const {
-    if (auto const* far = at.peek(kFar)) {
-      auto const* rs = reinterpret_cast<char const*>(far->second.get());
-      __builtin_prefetch(rs);
-      __builtin_prefetch(rs + 64);
-    }
-    if (auto const* near = at.peek(kNear)) {
-      sw_.routeByKeyPrefetch(near->first, vlans_.intfIdToVlanId(near->second->acceptingIntfId()));
-    }
-  }
-
- private:
-  Fal::MrouteSwitch const& sw_;
-  IntfVlanId::Table const& vlans_;
-};
 
 bool clockArmed(Vex::Ptr<Vex::Clock> const& clock) { return clock && clock->timeMin() != Vex::kNever; }
 
@@ -241,7 +207,11 @@ bool MrouteSwitchSm::doRouteAgingReviewAfImpl(HwStatus& status) {
     routeItSet = true;
     auto const vrfId = static_cast<std::uint16_t>(l3Status_->vrfNameToId(vrf->name()).value_or(0));
     std::uint32_t reviewed = 1;
-    AgingReviewPrefetch const prefetch(*mrouteSwitch_, *intfVlanIdTable_);
+    // The switch's lookup reads the key index entry first.
+    AgingReviewPrefetch const prefetch([&sw = *mrouteSwitch_, &vlans = *intfVlanIdTable_](
+                                           IpGenRouteKey const& key, RouteStatus const& rs) {
+      sw.routeByKeyPrefetch(key, vlans.intfIdToVlanId(rs.acceptingIntfId()));
+    });
 
     for (; !routeIt.done(); ++routeIt, ++reviewed) {
       prefetch.step(routeIt);

@@ -1,0 +1,46 @@
+#pragma once
+// Fal::AgingReviewPrefetch: runs ahead of an aging review inside one VRF and
+// starts the memory reads the review will make there, so that they overlap
+// instead of following one another.
+//
+// In a large table each route's status and its switch's entry for the route
+// are random in memory: reading them only when the review reaches the route
+// costs a full memory round trip each. The prefetcher looks at two routes
+// ahead of the review's position in the collection: at the farther one it
+// fetches the route status, at the nearer one (whose status has arrived by
+// then) it hands key and status to fetchNear, which starts the switch's
+// lookup. Only fetches are issued: the review reads and decides exactly as
+// without them, and a collection changed under the review (a stamp's reactor
+// may do that) gives no hint until the review moves on.
+#include <cstddef>
+#include <utility>
+
+#include "platform/fib/hardware/VrfStatus.h"
+
+namespace Fal {
+
+template <class FetchNear>
+class AgingReviewPrefetch {
+ public:
+  using VrfStatus = Routing::Multicast::Fib::Hardware::VrfStatus;
+  static constexpr std::size_t kNear = 4;
+  static constexpr std::size_t kFar = 8;
+
+  // fetchNear(IpGenRouteKey const&, RouteStatus const&): a hint, no effect.
+  explicit AgingReviewPrefetch(FetchNear fetchNear) : fetchNear_(std::move(fetchNear)) {}
+
+  // Once per route reviewed, with the review at `at`.
+  void step(VrfStatus::RouteColl::Iterator const& at) const {
+    if (auto const* far = at.peek(kFar)) {
+      auto const* rs = reinterpret_cast<char const*>(far->second.get());
+      __builtin_prefetch(rs);
+      __builtin_prefetch(rs + 64);
+    }
+    if (auto const* near = at.peek(kNear)) fetchNear_(near->first, *near->second);
+  }
+
+ private:
+  FetchNear fetchNear_;
+};
+
+}  // namespace Fal
