@@ -167,7 +167,8 @@ void AsyncMrouteSwitch::oifSetXactIs(OifSet const* oifSet, XactPtr const& xact) 
 }
 
 void AsyncMrouteSwitch::oifSetXactDel(OifSet const* oifSet) {
-  if (oifSetXact_.erase(oifSet)) notify(&Notifiee::onOifSetXact, oifSet);
+  // Every share lookup without a transaction comes here: no hashing then.
+  if (!oifSetXact_.empty() && oifSetXact_.erase(oifSet)) notify(&Notifiee::onOifSetXact, oifSet);
 }
 
 void AsyncMrouteSwitch::mtableOifSetGone(AsyncMtableOifSet const* set) {
