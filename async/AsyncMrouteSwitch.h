@@ -31,6 +31,7 @@
 #include "async/AsyncMtableOifSet.h"
 #include "model/AsyncMrouteHelper.h"
 #include "model/OifSetShareTable.h"
+#include "model/RouteKeyHash.h"
 #include "model/mroute/AsyncMrouteSwitchRoute.h"
 #include "model/mroute/InUseRouteHandleKey.h"
 #include "model/mroute/ZombieKey.h"
@@ -165,6 +166,16 @@ class FALMROUTE_EXPORT AsyncMrouteSwitch : public MrouteLib::AsyncSwitchChip {
     AsyncMrouteSwitchRoute route;
     std::uint32_t handles = 0;  // in-use handles programmed with this key
   };
+  // The route tables hash their keys by folding the address words directly:
+  // a route add hashes a key twice and an aging review once per route.
+  struct RouteKeyHasher {
+    std::size_t operator()(IpGenRouteKey const& k) const { return routeKeyHash(k, 0); }
+  };
+  struct InUseRouteHandleKeyHasher {
+    std::size_t operator()(InUseRouteHandleKey const& k) const {
+      return routeKeyHash(k.routeKey, k.vlan.value() | k.vrfId << 16);
+    }
+  };
 
   // Shares the live record of oifSet, or brings it back from the zombies;
   // null when it may not be shared (fixed, dirty, or the id not reusable).
@@ -180,7 +191,7 @@ class FALMROUTE_EXPORT AsyncMrouteSwitch : public MrouteLib::AsyncSwitchChip {
 
   Vex::Ptr<RoutingHwRouteStatus const> routingHwRouteStatus_;
   Vex::Ptr<FalHelper::AsyncMrouteHelper> mrouteHelper_;
-  absl::flat_hash_map<IpGenRouteKey, RouteEntry> route_;
+  absl::flat_hash_map<IpGenRouteKey, RouteEntry, RouteKeyHasher> route_;
   absl::btree_map<std::uint32_t, Vex::Ptr<OifSet const>> mcastIdToOifSet_;
   Vex::Ptr<Vex::BackLink<AsyncMrouteSwitch>> link_;
   // Not counted: a record leaves when it is freed or destroyed. Keyed by the
@@ -190,7 +201,7 @@ class FALMROUTE_EXPORT AsyncMrouteSwitch : public MrouteLib::AsyncSwitchChip {
   ZombieColl zombieOifSet_;
   FrrOifSetColl frrMtableOifSet_;
   FrrOifSetColl frrProcessingOifSet_;
-  absl::flat_hash_map<InUseRouteHandleKey, MrouteLib::RouteHandle> inUseRouteHandle_;
+  absl::flat_hash_map<InUseRouteHandleKey, MrouteLib::RouteHandle, InUseRouteHandleKeyHasher> inUseRouteHandle_;
   InUseRouteHandleKeyColl inUseRouteHandleKey_;
   // The route key of each handle recorded under another key (group ranges).
   absl::flat_hash_map<MrouteLib::RouteHandle, IpGenRouteKey> rangeRouteKey_;

@@ -4,6 +4,8 @@
 
 #include <cstring>
 
+#include "model/RouteKeyHash.h"
+
 namespace Fal {
 
 namespace {
@@ -11,22 +13,9 @@ namespace {
 using Netcore::AddressFamily;
 using Netcore::IpGenAddr;
 using Netcore::IpGenPrefix;
-
-std::uint64_t load8(std::uint8_t const* p) {
-  std::uint64_t v;
-  std::memcpy(&v, p, 8);
-  return v;
-}
-
-// Multiplies and folds the two halves of the product: every bit of the
-// result depends on every bit of both inputs.
-std::uint64_t fold(std::uint64_t a, std::uint64_t b) {
-  unsigned __int128 const p = static_cast<unsigned __int128>(a) * b;
-  return static_cast<std::uint64_t>(p) ^ static_cast<std::uint64_t>(p >> 64);
-}
-
-constexpr std::uint64_t kSeeds[] = {0x9E3779B97F4A7C15ULL, 0xC2B2AE3D27D4EB4FULL, 0x165667B19E3779F9ULL,
-                                    0xD6E8FEB86659FD93ULL, 0xA0761D6478BD642FULL, 0xE7037ED1A0B428DBULL};
+using KeyHash::fold;
+using KeyHash::kSeeds;
+using KeyHash::load8;
 
 }  // namespace
 
@@ -82,15 +71,7 @@ std::size_t PackedRouteKey::hash(std::uint16_t vlan) const {
     std::uint64_t const tail = bytes_[8] | std::uint64_t{bytes_[9]} << 8 | std::uint64_t{vlan} << 16;
     return fold(load8(bytes_) ^ kSeeds[0], tail ^ kSeeds[1]);
   }
-  IpGenRouteKey const& k = *whole();
-  std::uint8_t const* s = k.source().address().bytes().data();
-  std::uint8_t const* g = k.group().address().bytes().data();
-  std::uint64_t const meta = k.source().len() | std::uint64_t{static_cast<std::uint8_t>(k.source().af())} << 8 |
-                             std::uint64_t{k.group().len()} << 16 |
-                             std::uint64_t{static_cast<std::uint8_t>(k.group().af())} << 24 | std::uint64_t{vlan} << 32;
-  std::uint64_t const h = fold(load8(s) ^ kSeeds[0], load8(s + 8) ^ kSeeds[1]) ^
-                          fold(load8(g) ^ kSeeds[2], load8(g + 8) ^ kSeeds[3]);
-  return fold(h ^ kSeeds[4], meta ^ kSeeds[5]);
+  return routeKeyHash(*whole(), vlan);
 }
 
 bool operator==(PackedRouteKey const& a, PackedRouteKey const& b) {
