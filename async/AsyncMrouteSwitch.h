@@ -27,9 +27,12 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <utility>
 
 #include "async/AsyncMtableOifSet.h"
 #include "model/AsyncMrouteHelper.h"
+#include "model/HugePageAllocator.h"
 #include "model/OifSetShareTable.h"
 #include "model/RouteKeyHash.h"
 #include "model/mroute/AsyncMrouteSwitchRoute.h"
@@ -191,7 +194,9 @@ class FALMROUTE_EXPORT AsyncMrouteSwitch : public MrouteLib::AsyncSwitchChip {
 
   Vex::Ptr<RoutingHwRouteStatus const> routingHwRouteStatus_;
   Vex::Ptr<FalHelper::AsyncMrouteHelper> mrouteHelper_;
-  absl::flat_hash_map<IpGenRouteKey, RouteEntry, RouteKeyHasher> route_;
+  absl::flat_hash_map<IpGenRouteKey, RouteEntry, RouteKeyHasher, std::equal_to<IpGenRouteKey>,
+                      HugePageAllocator<std::pair<IpGenRouteKey const, RouteEntry>>>
+      route_;
   absl::btree_map<std::uint32_t, Vex::Ptr<OifSet const>> mcastIdToOifSet_;
   Vex::Ptr<Vex::BackLink<AsyncMrouteSwitch>> link_;
   // Not counted: a record leaves when it is freed or destroyed. Keyed by the
@@ -201,7 +206,10 @@ class FALMROUTE_EXPORT AsyncMrouteSwitch : public MrouteLib::AsyncSwitchChip {
   ZombieColl zombieOifSet_;
   FrrOifSetColl frrMtableOifSet_;
   FrrOifSetColl frrProcessingOifSet_;
-  absl::flat_hash_map<InUseRouteHandleKey, MrouteLib::RouteHandle, InUseRouteHandleKeyHasher> inUseRouteHandle_;
+  absl::flat_hash_map<InUseRouteHandleKey, MrouteLib::RouteHandle, InUseRouteHandleKeyHasher,
+                      std::equal_to<InUseRouteHandleKey>,
+                      HugePageAllocator<std::pair<InUseRouteHandleKey const, MrouteLib::RouteHandle>>>
+      inUseRouteHandle_;
   InUseRouteHandleKeyColl inUseRouteHandleKey_;
   // The route key of each handle recorded under another key (group ranges).
   absl::flat_hash_map<MrouteLib::RouteHandle, IpGenRouteKey> rangeRouteKey_;

@@ -18,6 +18,7 @@
 #include <utility>
 #include <vector>
 
+#include "model/HugePageAllocator.h"
 #include "model/MrouteSmHelper.h"
 #include "model/MtableOifSetPtr.h"
 #include "model/OifSetShareTable.h"
@@ -227,7 +228,7 @@ class FALMROUTE_EXPORT MrouteSwitch : public MrouteLib::SwitchChip {
     }
     bool operator()(RouteKeyProbe const& p, Route const* a) const { return (*this)(a, p); }
   };
-  absl::flat_hash_set<Route*, RouteByKeyHash, RouteByKeyEq> routeKeyToHandle_;
+  absl::flat_hash_set<Route*, RouteByKeyHash, RouteByKeyEq, HugePageAllocator<Route*>> routeKeyToHandle_;
   // Replication indexes are as dense as route handles.
   DenseIdMap<bool> oifSetIndexColl_;
   Vex::OrderedColl<ZombieKey, Vex::Ptr<MtableOifSet>> zombieOifSet_;
