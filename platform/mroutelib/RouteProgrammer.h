@@ -290,6 +290,8 @@ class FALMROUTE_EXPORT RouteProgrammer : public Vex::RefCounted {
   // or waits. fresh: a new attempt begins.
   void asyncStep(ChipState& cs, std::size_t slot, RouteRecord& rec, AsyncRoute& ar, bool fresh);
   void asyncBind(ChipState& cs, std::size_t slot, RouteRecord& rec, AsyncRoute& ar, XactPtr const& groupXact);
+  // Deletes the chip's route of a re-add and lets its group go.
+  void deleteAsyncRoute(ChipState& cs, ChipRoute& cr, AsyncRoute& ar);
   void asyncBound(ChipState& cs, std::size_t slot, RouteRecord& rec, AsyncRoute& ar, XactPtr const& ingressXact);
   // Ends an attempt with failure (kFailureNone: programmed as wanted), and
   // begins the next when the route changed meanwhile.

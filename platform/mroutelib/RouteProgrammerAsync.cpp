@@ -130,6 +130,9 @@ void RouteProgrammer::asyncStep(ChipState& cs, std::size_t slot, RouteRecord& re
     chip.oifSetResultIs(nullptr);
     if (!set) {
       std::uint32_t const failure = chip.mrouteFailureReason();
+      // The chip's route in its old form (accepting VLAN, kind, flags) is
+      // no longer wanted: it goes now, not when the new one fits.
+      if (reAdd) deleteAsyncRoute(cs, cr, ar);
       asyncAttemptEnd(cs, slot, rec, ar, failure != kFailureNone ? failure : AsyncSwitchChip::kFailureNoMulticastId);
       return;
     }
@@ -137,12 +140,7 @@ void RouteProgrammer::asyncStep(ChipState& cs, std::size_t slot, RouteRecord& re
     // on its own group shares nothing).
     if (cs.async->holders(set.get()) > (ar.group == set ? 1u : 0u)) ++groupsShared_;
   }
-  if (reAdd) {
-    ++programmingCalls_;
-    chip.doDeleteRoute(std::exchange(cr.handle, invalidRouteHandle));
-    cr.bound = nullptr;
-    cs.async->groupIs(ar, nullptr);
-  }
+  if (reAdd) deleteAsyncRoute(cs, cr, ar);
   if (cr.handle.isNull()) {
     ++programmingCalls_;
     chip.doAllocateRoute(id.key, vlan, rec.bridge, rpaId, id.vrfName, rec.fastdrop);
@@ -166,6 +164,13 @@ void RouteProgrammer::asyncStep(ChipState& cs, std::size_t slot, RouteRecord& re
   ar.pendingOifSet = rec.oifSet;
   if (asyncWait(cs, rec, ar, groupXact, false)) return;
   asyncBind(cs, slot, rec, ar, groupXact);
+}
+
+void RouteProgrammer::deleteAsyncRoute(ChipState& cs, ChipRoute& cr, AsyncRoute& ar) {
+  ++programmingCalls_;
+  cs.async->chip->doDeleteRoute(std::exchange(cr.handle, invalidRouteHandle));
+  cr.bound = nullptr;
+  cs.async->groupIs(ar, nullptr);
 }
 
 void RouteProgrammer::asyncBind(ChipState& cs, std::size_t slot, RouteRecord& rec, AsyncRoute& ar,

@@ -451,6 +451,25 @@ TEST_F(AsyncRouteProgrammerTest, AttributeChangeReAddsTheRouteOnItsSharedGroup) 
   EXPECT_EQ(programmer->groupsShared(), 0u);  // its own group, not another route's
 }
 
+TEST_F(AsyncRouteProgrammerTest, AttributeChangeWithNoGroupDeletesTheOldRouteAndParks) {
+  programmed(route(kS1G1, {"Ethernet1.10"}), 0);
+  chip->takeCalls();
+  chip->noGroup = true;
+  programmer->routeIs(route(kS1G1, {"Ethernet2.10"}, 200));
+  // The route on its old VLAN is not wanted any more: it goes at once.
+  EXPECT_EQ(chip->takeCalls(), (Calls{"allocGroup Ethernet2.10 vrf 7 -> none", "delete h0", "free g0"}));
+  EXPECT_EQ(status(kS1G1)->failureReason(), AsyncSwitchChip::kFailureNoMulticastId);
+  EXPECT_FALSE(status(kS1G1)->programmed());
+  chip->noGroup = false;
+  programmer->retryParked(chip.get());
+  EXPECT_EQ(chip->takeCalls(), (Calls{"allocGroup Ethernet2.10 vrf 7 -> g1",
+                                      "allocRoute red (10.0.0.1, 239.1.1.1) vlan 200 rpa 0 -> h1"}));
+  completeGroup({"Ethernet2.10"});
+  chip->completeIngress(1);
+  turn();
+  EXPECT_TRUE(status(kS1G1)->programmed());
+}
+
 TEST_F(AsyncRouteProgrammerTest, ChipAddedLaterProgramsEveryRouteAndLeavesWithThem) {
   programmed(route(kS1G1, {"Ethernet1.10"}), 0);
   auto other = Vex::make<FakeAsyncChip>("async1");
