@@ -7,9 +7,9 @@
 
 #include "absl/container/flat_hash_set.h"
 #include "platform/intf/IntfOperStatus.h"
-#include "platform/mroutelib/AsyncSwitchChip.h"
 #include "sim/KernelChipLink.h"
 #include "sim/Printable.h"
+#include "sim/RouteFailure.h"
 
 namespace FalSim {
 
@@ -22,23 +22,6 @@ std::string copiesText(std::vector<MrouteLib::PortVlan> const& copies) {
   std::string out = "[";
   for (std::size_t i = 0; i < copies.size(); ++i) out += (i ? ", " : "") + copies[i].stringValue();
   return out + "]";
-}
-
-// The name of a failure code in a route's status: the route programmer's
-// own, the asynchronous switch's, else the asynchronous chip's.
-std::string routeFailureName(std::uint32_t code) {
-  using MrouteLib::AsyncSwitchChip;
-  using MrouteLib::RouteProgrammer;
-  switch (code) {
-    case RouteProgrammer::kFailureReplicationTableFull: return "replicationTableFull";
-    case RouteProgrammer::kFailureRouteTableFull: return "routeTableFull";
-    case RouteProgrammer::kFailureBoundaryTableFull: return "boundaryTableFull";
-    case RouteProgrammer::kFailureOther: return "other";
-    case AsyncSwitchChip::kFailureNoMulticastId: return "noMulticastId";
-    case AsyncSwitchChip::kFailureRouteRefused: return "routeRefused";
-    case AsyncSwitchChip::kFailureNoVrfStatus: return "noVrfStatus";
-    default: return xactReasonName(code);
-  }
 }
 
 }  // namespace
