@@ -23,15 +23,32 @@ ForwardingModel::Prediction ForwardingModel::predict(DesiredRoutes const& wanted
   using Kind = Prediction::Kind;
   Prediction p;
   MrouteLib::DesiredRoute const* best = nullptr;
+  bool bestProgrammed = false;
   bool boundary = false;
   for (auto const& [id, r] : wanted) {
     if (!covers(r, flow)) continue;
-    if (!programmed_(r)) return p;  // unknown
+    bool const programmed = programmed_(r);
     if (r.bridge()) {
+      if (!programmed) {
+        p.unprogrammed = &r;
+        return p;  // unknown
+      }
       boundary = boundary || r.acceptingVlan() == flow.vlan;
-    } else if (!best || moreSpecific(r, *best)) {
-      best = &r;
+      continue;
     }
+    if (!programmed && (!mayHoldBoundary_ || mayHoldBoundary_(r))) {
+      p.unprogrammed = &r;
+      return p;
+    }
+    if (!best || moreSpecific(r, *best)) {
+      best = &r;
+      bestProgrammed = programmed;
+    }
+  }
+  // The most specific route decides: it must be programmed itself.
+  if (best && !bestProgrammed) {
+    p.unprogrammed = best;
+    return p;
   }
   p.kind = Kind::dropped;
   if (boundary) {

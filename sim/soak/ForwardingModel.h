@@ -16,9 +16,16 @@
 // on when each chip made and shared its entry, until no route wants it any
 // more; the caller says which sets may be (mayBeRerouted), and for those the
 // copies are not predicted, only the forwarding.
-// Full tables and refused allocations: a flow is predicted only when every
-// wanted route covering it is programmed on every chip (programmed() says
-// which are); otherwise the prediction is unknown.
+// Full tables, refused allocations, failed or outstanding transactions: a
+// route not programmed on every chip (programmed() says which are) may be
+// missing from a chip, held in an older form or, on an asynchronous chip,
+// allocated but not bound. The flow is then unknown, unless the route cannot
+// matter: a chip's lookup takes the most specific route it holds, so a
+// route less specific than a programmed one that decides the flow is never
+// looked at, as long as it cannot be held as a boundary (which stops a flow
+// before any route is looked at). The caller says which wanted routes may be
+// held as one (mayHoldBoundary: they were boundaries while wanted); unless
+// it does, every route not programmed is taken to matter.
 #include <functional>
 #include <vector>
 
@@ -50,21 +57,28 @@ class ForwardingModel {
     // them open.
     bool copiesKnown = false;
     std::vector<MrouteLib::PortVlan> copies;
+    // When unknown: the covering route not programmed that left it open.
+    MrouteLib::DesiredRoute const* unprogrammed = nullptr;
   };
 
   // Whether a wanted route is programmed on every chip.
   using Programmed = std::function<bool(MrouteLib::DesiredRoute const&)>;
   // Whether an output set may be held in its rerouted form.
   using MayBeRerouted = std::function<bool(MrouteLib::PortVlanSet const&)>;
+  // Whether a wanted route may be held on a chip as a boundary.
+  using MayHoldBoundary = std::function<bool(MrouteLib::DesiredRoute const&)>;
 
-  ForwardingModel(Programmed programmed, MayBeRerouted mayBeRerouted)
-      : programmed_(std::move(programmed)), mayBeRerouted_(std::move(mayBeRerouted)) {}
+  ForwardingModel(Programmed programmed, MayBeRerouted mayBeRerouted, MayHoldBoundary mayHoldBoundary = {})
+      : programmed_(std::move(programmed)),
+        mayBeRerouted_(std::move(mayBeRerouted)),
+        mayHoldBoundary_(std::move(mayHoldBoundary)) {}
 
   Prediction predict(DesiredRoutes const& wanted, Flow const& flow) const;
 
  private:
   Programmed programmed_;
   MayBeRerouted mayBeRerouted_;
+  MayHoldBoundary mayHoldBoundary_;
 };
 
 }  // namespace FalSim

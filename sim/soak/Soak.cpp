@@ -5,6 +5,7 @@
 #include <sstream>
 
 #include "sim/Printable.h"
+#include "sim/RouteFailure.h"
 #include "sim/ScenarioLoader.h"
 #include "sim/scenario/ScenarioWriter.h"
 #include "sim/soak/ScenarioShrinker.h"
@@ -22,26 +23,32 @@ double wallNow() {
   return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
 }
 
-SimRunner::Options runnerOptions(SimRunner::ChipFactory const& chipFactory) {
+}  // namespace
+
+SimRunner::Options Soak::runnerOptions() const {
   SimRunner::Options o;
-  o.chipFactory = chipFactory;
+  o.chipFactory = options_.chipFactory;
+  o.asyncChipFactory = options_.asyncChipFactory;
   return o;
 }
-
-}  // namespace
 
 Soak::Soak(Options options)
     : options_(std::move(options)),
       gen_(options_.seed, options_.mix),
-      runner_(gen_.base(), runnerOptions(options_.chipFactory)),
+      runner_(gen_.base(), runnerOptions()),
       model_(
           [this](MrouteLib::DesiredRoute const& r) {
             auto const vrf = runner_.agent().hwStatus(r.key().af()).vrfStatus(r.vrfName());
             auto const status = vrf ? vrf->route(r.key()) : nullptr;
             return status && status->programmed();
           },
-          [this](MrouteLib::PortVlanSet const& outputs) { return gen_.mayBeRerouted(outputs); }) {
+          [this](MrouteLib::PortVlanSet const& outputs) { return gen_.mayBeRerouted(outputs); },
+          [this](MrouteLib::DesiredRoute const& r) { return gen_.mayHoldBoundary(r); }) {
   summary_.seed = options_.seed;
+  for (std::uint32_t c = 0; c < SoakGenerator::kChips; ++c) {
+    bool const async = gen_.base().chips.flavourOf(c) == Scenario::Flavour::async;
+    summary_.chips += (c ? ", " : "") + std::string(async ? "async" : "sync");
+  }
 }
 
 std::string Soak::withoutPath(std::string const& finding) {
@@ -67,9 +74,9 @@ std::string Soak::shape(std::string const& finding) {
   return out;
 }
 
-bool Soak::reproduces(Scenario const& scenario, std::string const& finding, SimRunner::ChipFactory const& chipFactory) {
+bool Soak::reproduces(Scenario const& scenario, std::string const& finding, SimRunner::Options const& runnerOptions) {
   std::string const target = shape(finding);
-  SimRunner runner(scenario, runnerOptions(chipFactory));
+  SimRunner runner(scenario, runnerOptions);
   runner.start();
   // The first finding must be the one: a run that fails otherwise first
   // shows something else.
@@ -102,6 +109,12 @@ Soak::Summary Soak::run() {
                                 runner_.chip().statisticsTotal().failedRouteAllocations;
   summary_.zombieReuses = runner_.agent().counts().zombieReuses;
   summary_.frrRewrites = runner_.chip().statisticsTotal().inPlaceRewrites;
+  if (gen_.base().chips.asyncCount() > 0) {
+    auto const stats = runner_.agent().asyncStatistics();
+    summary_.transactions = stats.xactsStarted;
+    summary_.failedTransactions = stats.xactsFailed;
+    for (auto const& [reason, n] : stats.failedByReason) summary_.failedTransactionsByReason[xactReasonName(reason)] += n;
+  }
   summary_.restarts = r.restarts;
   summary_.virtualTime = runner_.activityManager().now();
   if (summary_.finding) reproduce(*summary_.finding);
@@ -131,10 +144,13 @@ bool Soak::runEvent(Scenario::Event e) {
 
 void Soak::probe() {
   ForwardingModel::Flow const flow = gen_.probe();
+  // The prediction reads the routes' status as the probe finds it.
+  runner_.runUntil(gen_.now());
   ForwardingModel::Prediction const p = model_.predict(gen_.state().wanted, flow);
   using Kind = ForwardingModel::Prediction::Kind;
   if (p.kind == Kind::unknown) {
     ++summary_.probesUnpredicted;
+    ++summary_.unpredictedByReason[unprogrammedReason(*p.unprogrammed)];
     return;
   }
   Scenario::Event e;
@@ -158,13 +174,26 @@ void Soak::probe() {
   runEvent(std::move(e));
 }
 
+std::string Soak::unprogrammedReason(MrouteLib::DesiredRoute const& r) {
+  auto const vrf = runner_.agent().hwStatus(r.key().af()).vrfStatus(r.vrfName());
+  auto const status = vrf ? vrf->route(r.key()) : nullptr;
+  if (!status) return "noStatus";
+  return status->failureReason() == MrouteLib::RouteProgrammer::kFailureNone ? "inFlight"
+                                                                              : routeFailureName(status->failureReason());
+}
+
 void Soak::snapshot() {
   Snapshot s;
   s.event = summary_.events;
   s.at = gen_.now();
   s.state = gen_.state();
   for (std::uint32_t c = 0; c < SoakGenerator::kChips; ++c) {
-    for (std::size_t t = 0; t < 3; ++t) s.failNext[c][t] = runner_.chip().failNextAllocations(c, static_cast<ReferenceChip::Table>(t));
+    for (std::size_t t = 0; t < 3; ++t) {
+      s.armed.allocations[c][t] = runner_.chip().failNextAllocations(c, static_cast<ReferenceChip::Table>(t));
+      if (!runner_.agent().async(c)) continue;
+      s.armed.transactions[c][t] =
+          runner_.agent().asyncChipAt(c).failures(static_cast<AsyncReferenceChip::Operation>(t)).next;
+    }
   }
   snapshots_.push_back(std::move(s));
 }
@@ -177,7 +206,7 @@ Scenario Soak::window(Snapshot const* s) const {
   std::uint64_t from = historyStart_;
   Vex::Seconds shift = 0;
   if (s) {
-    w.events = gen_.eventsToReach(s->state, s->failNext, 0);
+    w.events = gen_.eventsToReach(s->state, s->armed, 0);
     from = s->event;
     shift = 1.0 - s->at;
   }
@@ -199,14 +228,14 @@ void Soak::reproduce(std::string const& finding) {
   std::optional<Scenario> found;
   for (Snapshot const* s : starts) {
     Scenario w = window(s);
-    if (reproduces(w, finding, options_.chipFactory)) {
+    if (reproduces(w, finding, runnerOptions())) {
       found = std::move(w);
       break;
     }
   }
   if (!found) return;
   auto shrunk = ScenarioShrinker::shrink(
-      std::move(*found), [&](Scenario const& c) { return reproduces(c, finding, options_.chipFactory); },
+      std::move(*found), [&](Scenario const& c) { return reproduces(c, finding, runnerOptions()); },
       options_.shrinkTrials);
   summary_.reproEvents = shrunk.scenario.events.size();
   summary_.shrinkTrials = shrunk.trials;
@@ -222,7 +251,7 @@ void Soak::reproduce(std::string const& finding) {
   summary_.reproPath = options_.reproPath;
   // What the file says, read back, must show it too.
   try {
-    summary_.reproConfirmed = reproduces(ScenarioLoader::load(options_.reproPath), finding, options_.chipFactory);
+    summary_.reproConfirmed = reproduces(ScenarioLoader::load(options_.reproPath), finding, runnerOptions());
   } catch (FileError const&) {
     summary_.reproConfirmed = false;
   }
@@ -258,11 +287,21 @@ void Soak::Summary::print(std::ostream& os) const {
   char wall[64];
   std::snprintf(wall, sizeof wall, "%.1f s wall, %.0f s virtual", wallSeconds, virtualTime);
   line("Soak", "seed " + to_string(seed) + ", " + to_string(steps) + " steps, " + to_string(events) + " events, " + wall);
+  auto counts = [](absl::btree_map<std::string, std::uint64_t> const& byReason) {
+    std::string out;
+    for (auto const& [reason, n] : byReason) out += (out.empty() ? "" : ", ") + reason + " " + to_string(n);
+    return out.empty() ? out : " (" + out + ")";
+  };
+  line("Chips", chips + (transactions > 0 ? "; transactions " + to_string(transactions) + ", of which failed " +
+                                                to_string(failedTransactions) + counts(failedTransactionsByReason)
+                                          : std::string()));
   line("Events", kinds);
-  line("Forwarding", to_string(probes) + " probe flows compared with the model (" + to_string(probesForwarded) +
-                         " forwarded, of which " + to_string(probesCopiesLeftOpen) + " with copies left open by fast reroute; " +
-                         to_string(probes - probesForwarded) + " dropped); " + to_string(probesUnpredicted) +
-                         " not predicted (a covering route not programmed)");
+  line("Forwarding", to_string(probes) + " of " + to_string(probes + probesUnpredicted) +
+                         " probe flows compared with the model (" + to_string(probesForwarded) + " forwarded, of which " +
+                         to_string(probesCopiesLeftOpen) + " with copies left open by fast reroute; " +
+                         to_string(probes - probesForwarded) + " dropped)");
+  line("Skipped", to_string(probesUnpredicted) + " flows not predicted, a route deciding them not programmed" +
+                      counts(unpredictedByReason));
   line("Agent", "routes wanted at the end " + to_string(routesWantedAtEnd) + ", programmed " +
                     to_string(routesProgrammedAtEnd) + "; refused allocations " + to_string(refusedAllocations) +
                     ", zombie reuses " + to_string(zombieReuses) + ", fast-reroute rewrites " + to_string(frrRewrites) +

@@ -11,9 +11,22 @@ using EventKind = Scenario::EventKind;
 using Routing::Multicast::Fib::CounterMode;
 using Routing::Multicast::Fib::IpGenRouteKey;
 using Table = ReferenceChip::Table;
+using Operation = AsyncReferenceChip::Operation;
 
 constexpr std::array<std::uint32_t, 3> kVlans = {10, 20, 30};
-constexpr ReferenceChipCapacity kBaseCapacity{48, 6, 24};
+// Room for most of the routes wanted at a time, but not for all of them at
+// their peaks (or with zombies and rerouted sets beside them).
+constexpr ReferenceChipCapacity kBaseCapacity{320, 24, 96};
+// The universe's groups: IPv4 239.1.0.1 up, IPv6 ff3e::1 up.
+constexpr int kV4Groups = 100;
+constexpr int kV6Groups = 16;
+// Probes to a group prefix go to one of its first addresses, which host
+// routes of the universe cover too.
+constexpr std::uint32_t kPrefixProbeSpan = 24;
+constexpr std::array<Vex::Seconds, 3> kLatencies = {0.001, 0.005, 0.02};
+// Transactions started before a probe have completed after this many
+// latencies: a group, then its binding, twice over for a change that waited.
+constexpr double kProbeSettleLatencies = 5;
 
 Netcore::IpGenPrefix prefix(char const* text) { return Netcore::IpGenPrefix(text); }
 
@@ -28,6 +41,14 @@ SoakGenerator::SoakGenerator(std::uint64_t seed, Mix mix) : rng_(seed), mix_(mix
   base_.description = "fault soak, seed " + std::to_string(seed);
   base_.chips.count = kChips;
   base_.chips.capacity = kBaseCapacity;
+  double const flavours = std::uniform_real_distribution<double>(0, 1)(rng_);
+  base_.chips.flavour = chance(0.5) ? Scenario::Flavour::sync : Scenario::Flavour::async;
+  if (flavours < 0.6) base_.chips.otherFlavour.push_back(static_cast<std::uint32_t>(draw(kChips)));
+  base_.chips.transactionLatency = kLatencies[draw(kLatencies.size())];
+  base_.chips.seed = seed;
+  for (std::uint32_t c = 0; c < kChips; ++c) {
+    if (base_.chips.flavourOf(c) == Scenario::Flavour::async) asyncChips_.push_back(c);
+  }
   for (std::uint32_t p = 1; p <= kPorts; ++p) base_.ethernet.push_back(Netcore::IntfId::ethernet(p));
   for (auto v : kVlans) base_.vlans.push_back({Netcore::IntfId::vlan(v), Bridging::VlanId(v)});
   base_.vrfs = {{L3::VrfName("default"), 0}, {L3::VrfName("red"), 1}};
@@ -44,14 +65,16 @@ SoakGenerator::SoakGenerator(std::uint64_t seed, Mix mix) : rng_(seed), mix_(mix
   state_.capacity.fill(kBaseCapacity);
 
   for (auto const& vrf : base_.vrfs) {
-    for (int i = 1; i <= 6; ++i) {
+    for (int i = 1; i <= kV4Groups; ++i) {
       auto const group = prefix(("239.1.0." + std::to_string(i) + "/32").c_str());
       for (char const* source : {"0.0.0.0/0", "10.0.0.1/32", "10.0.0.0/24"}) {
         universe_.emplace_back(vrf.name, IpGenRouteKey(prefix(source), group));
       }
     }
-    universe_.emplace_back(vrf.name, IpGenRouteKey(prefix("0.0.0.0/0"), prefix("239.1.0.0/24")));
-    for (int i = 1; i <= 2; ++i) {
+    for (char const* group : {"239.1.0.0/24", "239.1.0.0/28"}) {
+      universe_.emplace_back(vrf.name, IpGenRouteKey(prefix("0.0.0.0/0"), prefix(group)));
+    }
+    for (int i = 1; i <= kV6Groups; ++i) {
       auto const group = prefix(("ff3e::" + std::to_string(i) + "/128").c_str());
       for (char const* source : {"::/0", "2001:db8::1/128"}) universe_.emplace_back(vrf.name, IpGenRouteKey(prefix(source), group));
     }
@@ -106,9 +129,11 @@ Scenario::Event SoakGenerator::next() {
   double const r = std::uniform_real_distribution<double>(0, 1)(rng_);
   now_ += r < 0.3 ? 0.0 : r < 0.95 ? std::uniform_real_distribution<double>(0.01, 0.5)(rng_)
                                   : std::uniform_real_distribution<double>(2.0, 8.0)(rng_);
+  // Transaction faults only where a chip runs them.
+  double const transactions = asyncChips_.empty() ? 0 : mix_.failTransactions + mix_.transactionOdds;
   double const total = mix_.addRoute + mix_.moveRoute + mix_.removeRoute + mix_.interfaceDown + mix_.interfaceUp +
                        mix_.settings + mix_.capacity + mix_.refuseAllocations + mix_.forceFull + mix_.releaseFull +
-                       mix_.restart;
+                       mix_.restart + transactions;
   double pick = std::uniform_real_distribution<double>(0, total)(rng_);
   auto is = [&pick](double weight) { return (pick -= weight) < 0; };
 
@@ -121,7 +146,7 @@ Scenario::Event SoakGenerator::next() {
   if (is(mix_.capacity)) return capacity();
   if (is(mix_.refuseAllocations)) {
     Scenario::Fault f;
-    if (chance(0.7)) f.chip = static_cast<std::uint32_t>(draw(kChips));
+    f.chip = faultChip(false);
     f.table = static_cast<Table>(draw(3));
     f.failNext = static_cast<std::uint32_t>(1 + draw(3));
     return fault(f);
@@ -146,8 +171,36 @@ Scenario::Event SoakGenerator::next() {
     f.forceFull = false;
     return fault(f);
   }
-  Scenario::Event e = event(EventKind::restart);
-  restarted();
+  if (is(mix_.restart) || asyncChips_.empty()) {
+    Scenario::Event e = event(EventKind::restart);
+    restarted();
+    return e;
+  }
+  return transactionFault(!is(mix_.failTransactions));
+}
+
+std::optional<std::uint32_t> SoakGenerator::faultChip(bool async) {
+  if (!chance(0.7)) return std::nullopt;
+  if (async) return asyncChips_[draw(asyncChips_.size())];
+  return static_cast<std::uint32_t>(draw(kChips));
+}
+
+Scenario::Event SoakGenerator::transactionFault(bool odds) {
+  Scenario::Event e = event(EventKind::fault);
+  Scenario::Fault& f = e.fault;
+  f.transaction = static_cast<Operation>(draw(AsyncReferenceChip::kOperations));
+  f.chip = faultChip(true);
+  if (!odds) {
+    f.failNext = static_cast<std::uint32_t>(1 + draw(3));
+    return e;
+  }
+  // Failures now and then, mostly for a while only.
+  constexpr std::array<double, 3> kOdds = {0.02, 0.1, 0.3};
+  double const p = chance(0.6) ? 0.0 : kOdds[draw(kOdds.size())];
+  f.probability = p;
+  for (std::uint32_t chip : asyncChips_) {
+    if (!f.chip || *f.chip == chip) state_.transactionOdds[chip][static_cast<std::size_t>(*f.transaction)] = p;
+  }
   return e;
 }
 
@@ -175,7 +228,9 @@ void SoakGenerator::interfaceWentDown(Netcore::IntfId intf) {
 }
 
 void SoakGenerator::restarted() {
-  // The new agent programs every set afresh.
+  // The new agent programs every set afresh, through new faces of the
+  // asynchronous chips, which fail no transaction until told.
+  for (auto& odds : state_.transactionOdds) odds.fill(0);
   mayBeRerouted_.clear();
   for (auto const& [id, r] : state_.wanted) {
     if (!r.bridge()) outputsTaken(r.outputs());
@@ -193,6 +248,7 @@ Scenario::Event SoakGenerator::addOrMove(bool move) {
   }
   auto& slot = state_.wanted[{e.route.vrfName(), e.route.key()}];
   MrouteLib::DesiredRoute const before = std::exchange(slot, e.route);
+  if (e.route.bridge()) boundaryOnce_.insert({e.route.vrfName(), e.route.key()});
   if (!e.route.bridge()) outputsTaken(e.route.outputs());
   if (!before.bridge()) outputsLeft(before.outputs());
   return e;
@@ -210,6 +266,7 @@ Scenario::Event SoakGenerator::remove() {
   if (auto it = state_.wanted.find({e.vrf, e.key}); it != state_.wanted.end()) {
     MrouteLib::DesiredRoute const before = std::move(it->second);
     state_.wanted.erase(it);
+    boundaryOnce_.erase({e.vrf, e.key});
     if (!before.bridge()) outputsLeft(before.outputs());
   }
   return e;
@@ -269,9 +326,9 @@ Scenario::Event SoakGenerator::capacity() {
     // Room comes back: the sizes the soak started with.
     cap = {kBaseCapacity.routes, kBaseCapacity.boundaries, kBaseCapacity.replicationEntries};
   } else {
-    constexpr std::array<std::size_t, 4> kRoutes = {6, 20, 48, 64};
-    constexpr std::array<std::size_t, 3> kBoundaries = {1, 3, 6};
-    constexpr std::array<std::size_t, 4> kEntries = {3, 8, 24, 32};
+    constexpr std::array<std::size_t, 4> kRoutes = {24, 160, 320, 400};
+    constexpr std::array<std::size_t, 3> kBoundaries = {2, 8, 24};
+    constexpr std::array<std::size_t, 4> kEntries = {8, 48, 96, 128};
     switch (draw(3)) {
       case 0: cap.routes = kRoutes[draw(kRoutes.size())]; break;
       case 1: cap.boundaries = kBoundaries[draw(kBoundaries.size())]; break;
@@ -297,6 +354,7 @@ Scenario::Event SoakGenerator::fault(Scenario::Fault f) {
 }
 
 ForwardingModel::Flow SoakGenerator::probe() {
+  if (!asyncChips_.empty()) now_ += kProbeSettleLatencies * base_.chips.transactionLatency;
   ForwardingModel::Flow f;
   L3::VrfName vrf;
   IpGenRouteKey key;
@@ -320,16 +378,16 @@ ForwardingModel::Flow SoakGenerator::probe() {
   if (key.group().isHost()) {
     f.group = key.group().address();
   } else {
-    f.group = Netcore::IpGenAddr::v4(key.group().address().v4Addr() | static_cast<std::uint32_t>(1 + draw(9)));
+    std::uint32_t const span = std::uint32_t{1} << (32 - key.group().len());
+    f.group = Netcore::IpGenAddr::v4(key.group().address().v4Addr() |
+                                     static_cast<std::uint32_t>(1 + draw(std::min(kPrefixProbeSpan, span - 2))));
   }
   double const r = std::uniform_real_distribution<double>(0, 1)(rng_);
   f.vlan = r < 0.75 ? accepting : r < 0.95 ? Bridging::VlanIdOrNone(anyVlan()) : Bridging::VlanIdOrNone();
   return f;
 }
 
-std::vector<Scenario::Event> SoakGenerator::eventsToReach(State const& s,
-                                                          std::array<std::array<std::uint32_t, 3>, kChips> const& failNext,
-                                                          Vex::Seconds at) const {
+std::vector<Scenario::Event> SoakGenerator::eventsToReach(State const& s, Armed const& armed, Vex::Seconds at) const {
   std::vector<Scenario::Event> out;
   auto event = [&](EventKind kind) -> Scenario::Event& {
     out.emplace_back();
@@ -349,12 +407,20 @@ std::vector<Scenario::Event> SoakGenerator::eventsToReach(State const& s,
     c.capacity = Scenario::Config::Capacity{s.capacity[chip].routes, s.capacity[chip].boundaries,
                                             s.capacity[chip].replicationEntries};
     for (std::size_t t = 0; t < 3; ++t) {
-      if (!s.forcedFull[chip][t] && failNext[chip][t] == 0) continue;
+      if (!s.forcedFull[chip][t] && armed.allocations[chip][t] == 0) continue;
       auto& f = event(EventKind::fault).fault;
       f.chip = chip;
       f.table = static_cast<Table>(t);
       if (s.forcedFull[chip][t]) f.forceFull = true;
-      if (failNext[chip][t] > 0) f.failNext = failNext[chip][t];
+      if (armed.allocations[chip][t] > 0) f.failNext = armed.allocations[chip][t];
+    }
+    for (std::size_t op = 0; op < AsyncReferenceChip::kOperations; ++op) {
+      if (s.transactionOdds[chip][op] == 0 && armed.transactions[chip][op] == 0) continue;
+      auto& f = event(EventKind::fault).fault;
+      f.chip = chip;
+      f.transaction = static_cast<Operation>(op);
+      if (s.transactionOdds[chip][op] > 0) f.probability = s.transactionOdds[chip][op];
+      if (armed.transactions[chip][op] > 0) f.failNext = armed.transactions[chip][op];
     }
   }
   for (auto intf : s.down) event(EventKind::interfaceDown).intf = intf;

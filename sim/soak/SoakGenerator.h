@@ -2,30 +2,34 @@
 // FalSim::SoakGenerator: the random life of one agent for the fault soak,
 // made from a seed so every run with that seed is the same.
 //
-// base() is the agent the soak runs: two chips with small tables (so they
-// fill up), eight Ethernet ports, three VLANs and two VRFs. next() is the
-// next step: a route added, moved to new outputs, flags or accepting VLAN,
-// or removed; an interface flap; a configuration change (zombies, their
-// lifetime, the aging interval, counters, a chip's table sizes); a restart;
-// or a fault of the chip's hooks (refused allocations, a table forced full
-// or freed again). Routes come from a fixed universe of keys in both VRFs
-// and both families ((S, G), (*, G), source and group prefixes), their
-// outputs mostly from a small pool of sets so that entries are shared.
-// Only the first four ports ever fail, and only they are protected.
+// base() is the agent the soak runs: two chips with tables a little small
+// for the routes wanted (so they fill up now and then), eight Ethernet ports,
+// three VLANs and two VRFs. The seed also picks the chips' flavours: both
+// synchronous, both asynchronous or one of each, and how long an
+// asynchronous chip's transactions take. next() is the next step: a route
+// added, moved to new outputs, flags or accepting VLAN, or removed; an
+// interface flap; a configuration change (zombies, their lifetime, the aging
+// interval, counters, a chip's table sizes); a restart; or a fault of the
+// chip's hooks (refused allocations, a table forced full or freed again, and
+// on asynchronous chips the next transactions of one kind failed, or each
+// failing with a probability until that is turned off). Routes come from a
+// fixed universe of some seven hundred keys in both VRFs and both families
+// ((S, G), (*, G), source and group prefixes), so a few hundred are wanted
+// at a time, their outputs mostly from a small pool of sets so that entries
+// are shared. Only the first four ports ever fail, and only they are
+// protected.
 //
 // The generator keeps its own book of the agent's wanted state (state()):
 // the routes it wants, the ports it set down and every setting it made. The
 // soak's forwarding model reads the wanted routes from it, never from the
 // agent; eventsToReach() turns a state back into events, so a short window
 // of the run can start from where the run was.
-//
-// The fault kinds are one weight each in Mix and one case in next(): a
-// failed transaction of an asynchronous chip joins them the same way.
 #include <absl/container/btree_set.h>
 #include <absl/container/flat_hash_set.h>
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <random>
 #include <vector>
 
@@ -57,6 +61,19 @@ class SoakGenerator {
     double forceFull = 1;
     double releaseFull = 4;
     double restart = 0.4;
+    // Asynchronous chips only: the next transactions of a kind fail; each
+    // fails with a probability, or no longer does.
+    double failTransactions = 3;
+    double transactionOdds = 0.6;
+  };
+
+  using PerTable = std::array<std::array<std::uint32_t, 3>, kChips>;
+  // Faults armed on the chips that the wanted state does not show: the
+  // allocations each chip's tables are still to refuse, the transactions of
+  // each kind an asynchronous chip is still to fail.
+  struct Armed {
+    PerTable allocations{};
+    PerTable transactions{};
   };
 
   // The agent as the generator made it.
@@ -70,6 +87,8 @@ class SoakGenerator {
     Routing::Multicast::Fib::CounterMode counterMode = Routing::Multicast::Fib::CounterMode::packets;
     std::array<ReferenceChipCapacity, kChips> capacity;
     std::array<std::array<bool, 3>, kChips> forcedFull{};
+    // By chip and AsyncReferenceChip::Operation.
+    std::array<std::array<double, 3>, kChips> transactionOdds{};
   };
 
   SoakGenerator(std::uint64_t seed, Mix mix);
@@ -83,19 +102,24 @@ class SoakGenerator {
   // that interface was down, and routes have wanted it ever since (or the
   // interface is down after a restart). See ForwardingModel.
   bool mayBeRerouted(MrouteLib::PortVlanSet const& outputs) const { return mayBeRerouted_.contains(outputs); }
+  // Whether a wanted route was a boundary at some time since it was last
+  // added: a chip may still hold it as one. See ForwardingModel.
+  bool mayHoldBoundary(MrouteLib::DesiredRoute const& r) const {
+    return boundaryOnce_.contains({r.vrfName(), r.key()});
+  }
 
   // The next step, at its time (time moves on before it, mostly a little,
   // now and then past a zombie's lifetime); state() follows it.
   Scenario::Event next();
-  // A flow to send at now(): one of a wanted route's (mostly on its
-  // accepting VLAN), or one to any key of the universe.
+  // A flow to send: one of a wanted route's (mostly on its accepting VLAN),
+  // or one to any key of the universe. With asynchronous chips time first
+  // moves on by a few transactions' latency, so that those the last steps
+  // started have completed: probe at now() after it.
   ForwardingModel::Flow probe();
 
-  // Events at time `at` that bring a fresh agent of base() to state, and
-  // make each chip refuse failNext[chip][table] more allocations.
-  std::vector<Scenario::Event> eventsToReach(State const& state,
-                                             std::array<std::array<std::uint32_t, 3>, kChips> const& failNext,
-                                             Vex::Seconds at) const;
+  // Events at time `at` that bring a fresh agent of base() to state, and arm
+  // the faults of armed.
+  std::vector<Scenario::Event> eventsToReach(State const& state, Armed const& armed, Vex::Seconds at) const;
 
  private:
   std::uint64_t draw(std::uint64_t n) { return rng_() % n; }
@@ -121,6 +145,10 @@ class SoakGenerator {
   Scenario::Event settings();
   Scenario::Event capacity();
   Scenario::Event fault(Scenario::Fault f);
+  Scenario::Event transactionFault(bool odds);
+  // The chip a fault goes to: mostly one (an asynchronous one for a
+  // transaction fault), now and then every chip.
+  std::optional<std::uint32_t> faultChip(bool async);
   // Keeps mayBeRerouted_ up to date: after outputs were taken (while their
   // interface may be down), after a route left some outputs, after an
   // interface went down, after a restart.
@@ -135,6 +163,8 @@ class SoakGenerator {
   State state_;
   Vex::Seconds now_ = 0;
   absl::flat_hash_set<MrouteLib::PortVlanSet> mayBeRerouted_;
+  absl::btree_set<std::pair<L3::VrfName, Routing::Multicast::Fib::IpGenRouteKey>> boundaryOnce_;
+  std::vector<std::uint32_t> asyncChips_;
   std::vector<std::pair<L3::VrfName, Routing::Multicast::Fib::IpGenRouteKey>> universe_;
   std::vector<MrouteLib::PortVlanSet> pool_;
 };
