@@ -103,6 +103,13 @@ INSTANTIATE_TEST_SUITE_P(
                     EXPECT_EQ(r.routesProgrammed, 3u);
                     EXPECT_EQ(r.expectationsMet, 1u);
                   }},
+        FaultCase{"async-readd-refused-group.json",
+                  [](SimRunner& runner, SimReport const& r) {
+                    EXPECT_EQ(r.peakRoutesParked, 1u);
+                    EXPECT_EQ(r.routesProgrammed, 1u);
+                    EXPECT_EQ(r.expectationsMet, 2u * 2u);  // both flows on both chips
+                    for (std::uint32_t c = 0; c < 2; ++c) EXPECT_EQ(runner.chip().routes(c).size(), 1u);
+                  }},
         FaultCase{"set-traffic-prefix-sources.json",
                   [](SimRunner&, SimReport const& r) {
                     // From 10.0.0.9 both flows take the noRpf prefix route (one

@@ -124,4 +124,56 @@ INSTANTIATE_TEST_SUITE_P(
                   Kind::forwarded, DropReason::none, {}, false, {}, true}),
     [](auto const& info) { return std::string(info.param.name); });
 
+// Routes not programmed, when the caller says which may be held as a
+// boundary: one that a programmed, more specific route shadows does not
+// matter, unless it may stop the flow as a boundary.
+struct ShadowCase {
+  char const* name;
+  std::vector<DesiredRoute> routes;
+  ForwardingModel::Flow flow;
+  std::set<std::string> notProgrammed;
+  std::set<std::string> mayHoldBoundary;
+  Kind kind;
+  char const* leftOpenBy = "";  // the group of the route reported, when unknown
+};
+
+std::ostream& operator<<(std::ostream& os, ShadowCase const& c) { return os << c.name; }
+
+class ForwardingModelShadowTest : public ::testing::TestWithParam<ShadowCase> {};
+
+TEST_P(ForwardingModelShadowTest, RouteNotProgrammedMattersOnlyWhereAChipCouldLookAtIt) {
+  auto const& c = GetParam();
+  FalSim::DesiredRoutes wanted;
+  for (auto const& r : c.routes) wanted[{r.vrfName(), r.key()}] = r;
+  auto group = [](DesiredRoute const& r) { return r.key().group().stringValue(); };
+  ForwardingModel const model([&](DesiredRoute const& r) { return !c.notProgrammed.contains(group(r)); },
+                              [](MrouteLib::PortVlanSet const&) { return false; },
+                              [&](DesiredRoute const& r) { return c.mayHoldBoundary.contains(group(r)); });
+  auto const p = model.predict(wanted, c.flow);
+  ASSERT_EQ(p.kind, c.kind);
+  if (c.kind == Kind::unknown) {
+    ASSERT_NE(p.unprogrammed, nullptr);
+    EXPECT_EQ(group(*p.unprogrammed), c.leftOpenBy);
+  } else {
+    EXPECT_EQ(p.unprogrammed, nullptr);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, ForwardingModelShadowTest,
+    ::testing::Values(
+        ShadowCase{"LessSpecificShadowed", {kStarG, kGroupPrefix}, flow("10.0.0.1", "239.1.1.1", 10), {"239.1.1.0/24"},
+                   {}, Kind::forwarded},
+        ShadowCase{"ShadowedDropStillPredicted", {kStarG, kGroupPrefix}, flow("10.0.0.1", "239.1.1.1", 30),
+                   {"239.1.1.0/24"}, {}, Kind::dropped},
+        ShadowCase{"ShadowedButOnceABoundary", {kStarG, kGroupPrefix}, flow("10.0.0.1", "239.1.1.1", 10),
+                   {"239.1.1.0/24"}, {"239.1.1.0/24"}, Kind::unknown, "239.1.1.0/24"},
+        ShadowCase{"MostSpecificNotProgrammed", {kStarG, kGroupPrefix}, flow("10.0.0.1", "239.1.1.1", 10),
+                   {"239.1.1.1/32"}, {}, Kind::unknown, "239.1.1.1/32"},
+        ShadowCase{"MoreSpecificSourceNotProgrammed", {kStarG, kSG}, flow("10.0.0.1", "239.1.1.1", 20),
+                   {"239.1.1.1/32"}, {}, Kind::unknown, "239.1.1.1/32"},
+        ShadowCase{"BoundaryOnAnotherVlanNotProgrammed", {kStarG, boundary("239.1.1.0/24", 20)},
+                   flow("10.0.0.1", "239.1.1.1", 10), {"239.1.1.0/24"}, {"239.1.1.0/24"}, Kind::unknown, "239.1.1.0/24"}),
+    [](auto const& info) { return std::string(info.param.name); });
+
 }  // namespace

@@ -3,7 +3,9 @@
 // and the soak hands over a short scenario file that shows the same finding.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
+#include <set>
 #include <string>
 
 #include "sim/ScenarioLoader.h"
@@ -97,6 +99,99 @@ TEST(SoakTest, RareChipFaultIsCaughtAndAShortFileShowsIt) {
   ASSERT_FALSE(report.findings.empty());
   EXPECT_EQ(Soak::shape(report.findings.front()), Soak::shape(*s.finding));
   // A chip that deletes what it is told holds the file's routes as wanted.
+  EXPECT_TRUE(FalSim::SimRunner(repro).run().ok());
+}
+
+// Chips of both flavours: the seed picks each chip's, and every combination
+// comes up among a few seeds.
+TEST(SoakTest, SeedsPickSyncAsyncAndMixedChips) {
+  std::set<std::string> seen;
+  for (std::uint64_t seed = 1; seed <= 12; ++seed) seen.insert(soak(1, seed).chips);
+  EXPECT_TRUE(seen.contains("sync, sync"));
+  EXPECT_TRUE(seen.contains("async, async"));
+  EXPECT_TRUE(seen.contains("sync, async") || seen.contains("async, sync"));
+}
+
+struct CleanCase {
+  char const* name;
+  std::uint64_t seed;
+  char const* chips;
+};
+
+std::ostream& operator<<(std::ostream& os, CleanCase const& c) { return os << c.name; }
+
+class AsyncSoakTest : public ::testing::TestWithParam<CleanCase> {};
+
+// Failed transactions park routes, the route programmer retries them, and
+// the model only compares flows whose routes are programmed: no finding.
+TEST_P(AsyncSoakTest, CleanAgentRunsThroughFailedTransactionsWithTheModelAgreeing) {
+  auto const s = soak(3000, GetParam().seed);
+  ASSERT_EQ(s.chips, GetParam().chips);
+  EXPECT_TRUE(s.ok()) << *s.finding;
+  EXPECT_EQ(s.violations, 0u);
+  EXPECT_EQ(s.failedExpectations, 0u);
+  // Failures were injected (only injection fails a write with hardwareError),
+  // and the routes they parked were programmed in the end.
+  EXPECT_GT(s.transactions, 0u);
+  ASSERT_TRUE(s.failedTransactionsByReason.contains("hardwareError"));
+  EXPECT_GT(s.failedTransactionsByReason.at("hardwareError"), 0u);
+  EXPECT_GT(s.routesWantedAtEnd, 150u);
+  EXPECT_GT(s.routesProgrammedAtEnd, s.routesWantedAtEnd * 9 / 10);
+  // Most flows are compared; those that are not add up by reason.
+  EXPECT_GT(s.probes, 8 * s.probesUnpredicted);
+  std::uint64_t skipped = 0;
+  for (auto const& [reason, n] : s.unpredictedByReason) skipped += n;
+  EXPECT_EQ(skipped, s.probesUnpredicted);
+  EXPECT_GT(s.probesForwarded, s.probes / 4);
+  EXPECT_LT(s.probesForwarded, s.probes);
+}
+
+INSTANTIATE_TEST_SUITE_P(Flavours, AsyncSoakTest,
+                         ::testing::Values(CleanCase{"BothAsync", 2, "async, async"},
+                                           CleanCase{"AsyncBesideSync", 3, "sync, async"}),
+                         [](auto const& info) { return std::string(info.param.name); });
+
+// Keeps a group that it is told to delete when the group's write failed.
+class KeepsGroupsWhoseWriteFailed : public FalSim::AsyncReferenceChip {
+ public:
+  using AsyncReferenceChip::AsyncReferenceChip;
+  void doDeleteOifSet(std::uint32_t mcastId) override {
+    auto const xact = groupXact(mcastId);
+    if (xact && xact->failed() && xact->reason() == kReasonHardwareError) return;
+    AsyncReferenceChip::doDeleteOifSet(mcastId);
+  }
+};
+
+TEST(SoakTest, AsyncChipFaultAfterAFailedTransactionIsCaughtAndAShortFileShowsIt) {
+  std::string const path = ::testing::TempDir() + "soak-async-repro.json";
+  std::remove(path.c_str());
+  Soak::Options o;
+  o.steps = 20000;
+  o.seed = 2;
+  o.reproPath = path;
+  o.asyncChipFactory = [](FalSim::ReferenceChipTables& tables, std::uint32_t chip) {
+    return Vex::Ptr<FalSim::AsyncReferenceChip>(Vex::make<KeepsGroupsWhoseWriteFailed>("leaky", tables, chip));
+  };
+  auto const factory = o.asyncChipFactory;
+  auto const s = Soak(std::move(o)).run();
+  ASSERT_EQ(s.chips, "async, async");
+  ASSERT_FALSE(s.ok());
+  EXPECT_LT(s.steps, 20000u);
+  EXPECT_TRUE(s.reproConfirmed);
+  EXPECT_EQ(s.reproPath, path);
+  EXPECT_LE(s.reproEvents, 8u) << "see " << path;
+
+  // The file keeps the asynchronous chips and the transaction fault that
+  // set it off, and run as any scenario fails with the soak's finding.
+  FalSim::Scenario const repro = FalSim::ScenarioLoader::load(path);
+  EXPECT_EQ(repro.chips.asyncCount(), 2u);
+  EXPECT_TRUE(std::any_of(repro.events.begin(), repro.events.end(),
+                          [](auto const& e) { return e.kind == FalSim::Scenario::EventKind::fault && e.fault.transaction; }));
+  FalSim::SimRunner::Options options;
+  options.asyncChipFactory = factory;
+  auto const report = FalSim::SimRunner(repro, options).run();
+  ASSERT_FALSE(report.findings.empty());
+  EXPECT_EQ(Soak::shape(report.findings.front()), Soak::shape(*s.finding));
   EXPECT_TRUE(FalSim::SimRunner(repro).run().ok());
 }
 
