@@ -201,8 +201,15 @@ void RunSampler::sample() {
   lastSample_ = am_.now() - origin_;
   timeline_.samples.store.rowIs(lastSample_, row);
   // The next tick on the grid of intervals; ticks that work charged past are skipped.
-  double const next = std::floor(lastSample_ / timeline_.interval + 1e-9) + 1;
-  tick_->clock().timeMinIs(origin_ + next * timeline_.interval);
+  tick_->clock().timeMinIs(nextTick(origin_, timeline_.interval, am_.now()));
+}
+
+Vex::Seconds RunSampler::nextTick(Vex::Seconds origin, Vex::Seconds interval, Vex::Seconds now) {
+  double next = std::floor((now - origin) / interval + 1e-9) + 1;
+  // Far from the origin the quotient can fall a hair short of the tick just
+  // taken, which would then come round again at the same instant for ever.
+  while (origin + next * interval <= now) ++next;
+  return origin + next * interval;
 }
 
 void RunSampler::eventDone(Scenario const& scenario, Scenario::Event const& e, Vex::Seconds at) {

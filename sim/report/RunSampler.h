@@ -34,6 +34,8 @@ class RunSampler {
 
   // The interval for a run of `end` seconds: a round value near end/kAutoSamples.
   static Vex::Seconds autoInterval(Vex::Seconds end);
+  // The first tick of the grid origin + k * interval that is later than now.
+  static Vex::Seconds nextTick(Vex::Seconds origin, Vex::Seconds interval, Vex::Seconds now);
 
   // origin: the loop's time at the scenario's time 0. Takes the first sample now.
   RunSampler(Vex::ActivityManager& am, Vex::Seconds origin, Vex::Seconds interval, std::size_t capacity,

@@ -23,6 +23,7 @@
 #include "sim/ScenarioLoader.h"
 #include "sim/SimRunner.h"
 #include "sim/report/HtmlReport.h"
+#include "sim/report/RunSampler.h"
 
 namespace {
 
@@ -319,6 +320,21 @@ TEST(RunSamplerTest, ALongRunKeepsAFixedNumberOfEvenlySpacedSamplesAndItsPeaks) 
   auto const& column = store.column(routes->column);
   EXPECT_EQ(*std::max_element(column.begin(), column.end()), 50);
   EXPECT_EQ(column.back(), 0);
+}
+
+// Found by a long fault soak (no end, so 5 ms ticks): at 131072 s the tick
+// just taken came back as the next one, and the loop stayed at that instant.
+TEST(RunSamplerTest, TheNextTickIsLaterThanNowFarFromTheOriginToo) {
+  using FalSim::RunSampler;
+  constexpr Vex::Seconds kOrigin = SimRunner::kEpoch;
+  for (auto [interval, ticks] : {std::pair{0.005, 26009622.0}, std::pair{1e-6, 2.0}, std::pair{0.5, 7.0}}) {
+    Vex::Seconds const now = kOrigin + ticks * interval;
+    Vex::Seconds const next = RunSampler::nextTick(kOrigin, interval, now);
+    EXPECT_GT(next, now) << interval << " x " << ticks;
+    EXPECT_NEAR(next - now, interval, interval * 1e-3) << interval << " x " << ticks;
+  }
+  // Work that charged time past ticks skips them.
+  EXPECT_DOUBLE_EQ(RunSampler::nextTick(kOrigin, 0.5, kOrigin + 3.7), kOrigin + 4.0);
 }
 
 TEST(RunSamplerTest, TheScenarioSetsTheIntervalAndABadOneIsRefusedByName) {
