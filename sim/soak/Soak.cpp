@@ -18,6 +18,7 @@ namespace {
 // wanted state is noted so that a window of them can start from it.
 constexpr std::size_t kHistoryEvents = 16384;
 constexpr std::uint64_t kSnapshotEvery = 256;
+constexpr Vex::Seconds kSampleInterval = 60;
 
 double wallNow() {
   return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
@@ -29,6 +30,9 @@ SimRunner::Options Soak::runnerOptions() const {
   SimRunner::Options o;
   o.chipFactory = options_.chipFactory;
   o.asyncChipFactory = options_.asyncChipFactory;
+  // Nobody draws the soak's figures: sampled on the interval a run with no
+  // end would get (a few milliseconds), they would cost more than the steps.
+  o.sampleInterval = kSampleInterval;
   return o;
 }
 
