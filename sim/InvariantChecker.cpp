@@ -178,7 +178,7 @@ void asyncChipFindings(SimAgent const& agent, std::uint32_t c, std::vector<std::
 
 }  // namespace
 
-std::vector<std::string> InvariantChecker::check(SimAgent const& agent, DesiredRoutes const& desired) {
+std::vector<std::string> InvariantChecker::check(SimAgent const& agent, WantedRoutes const& desired) {
   ++checks_;
   std::vector<std::string> out;
   load_ = Load{};
@@ -203,7 +203,7 @@ std::vector<std::string> InvariantChecker::check(SimAgent const& agent, DesiredR
 
     std::size_t present = 0;
     std::size_t i = 0;
-    for (auto const& [id, want] : desired) {
+    for (auto const& want : desired) {
       std::size_t const slot = i++;
       auto const vrfId = agent.l3Status().vrfNameToId(want.vrfName());
       if (!vrfId) {
@@ -250,7 +250,7 @@ std::vector<std::string> InvariantChecker::check(SimAgent const& agent, DesiredR
 
   // Route status against what the chips hold.
   std::size_t i = 0;
-  for (auto const& [id, want] : desired) {
+  for (auto const& want : desired) {
     std::size_t const slot = i++;
     auto const& status = agent.hwStatus(want.key().af());
     auto vrf = status.vrfStatus(want.vrfName());

@@ -48,10 +48,11 @@
 #include "platform/net/IpGenAddr.h"
 #include "platform/types/VrfName.h"
 #include "sim/SimAgent.h"
+#include "sim/WantedRoutes.h"
 
 namespace FalSim {
 
-// The routes the owner wants, by (VRF, key).
+// Routes wanted, by (VRF, key), each held by value (the soak's own book).
 using DesiredRoutes =
     absl::btree_map<std::pair<L3::VrfName, Routing::Multicast::Fib::IpGenRouteKey>, MrouteLib::DesiredRoute>;
 
@@ -71,7 +72,7 @@ class InvariantChecker {
     }
   };
 
-  std::vector<std::string> check(SimAgent const& agent, DesiredRoutes const& desired);
+  std::vector<std::string> check(SimAgent const& agent, WantedRoutes const& desired);
   // What is wrong with a flow made for route, if anything: it must come from
   // an address the route's source prefix holds (never the unspecified one),
   // from the event's source setSource when the prefix holds that, and go to

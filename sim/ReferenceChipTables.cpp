@@ -64,8 +64,8 @@ char const* dropReasonName(ReferenceChipTables::DropReason reason) {
 // ---- construction and configuration ----
 
 ReferenceChipTables::ReferenceChipTables(std::uint32_t chips, Capacity capacity) {
-  chips_.resize(chips);
-  for (auto& c : chips_) {
+  for (std::uint32_t i = 0; i < chips; ++i) {
+    Chip& c = chips_.emplace_back();
     c.capacity = capacity;
     c.noPort[0].index = kNowhereIndex;
     c.noPort[1].index = kCpuOnlyIndex;
@@ -170,12 +170,10 @@ absl::btree_map<std::uint32_t, ReferenceChipTables::ReplicationEntry> const& Ref
 }
 
 ReferenceChipTables::RouteEntry const* ReferenceChipTables::route(std::uint32_t chip, RouteHandle handle) const {
-  auto const& routes = chipAt(chip).routes;
-  auto it = routes.find(handle);
-  return it == routes.end() ? nullptr : &it->second;
+  return chipAt(chip).routes.find(handle);
 }
 
-absl::btree_map<RouteHandle, ReferenceChipTables::RouteEntry> const& ReferenceChipTables::routes(std::uint32_t chip) const {
+HandleTable<ReferenceChipTables::RouteEntry> const& ReferenceChipTables::routes(std::uint32_t chip) const {
   return chipAt(chip).routes;
 }
 
@@ -183,23 +181,20 @@ ReferenceChipTables::RouteEntry const* ReferenceChipTables::route(std::uint32_t 
                                                                   IpGenRouteKey const& key,
                                                                   VlanIdOrNone acceptingVlan) const {
   Chip const& c = chipAt(chip);
-  auto const* handles = c.routeIndex.find(vrfId, key);
+  auto const handles = c.routeIndex.find(vrfId, key);
   if (!handles) return nullptr;
   for (RouteHandle h : *handles) {
-    RouteEntry const& r = c.routes.at(h);
+    RouteEntry const& r = *c.routes.find(h);
     if (r.acceptingVlan == acceptingVlan) return &r;
   }
   return nullptr;
 }
 
 ReferenceChipTables::BoundaryEntry const* ReferenceChipTables::boundary(std::uint32_t chip, RouteHandle handle) const {
-  auto const& boundaries = chipAt(chip).boundaries;
-  auto it = boundaries.find(handle);
-  return it == boundaries.end() ? nullptr : &it->second;
+  return chipAt(chip).boundaries.find(handle);
 }
 
-absl::btree_map<RouteHandle, ReferenceChipTables::BoundaryEntry> const& ReferenceChipTables::boundaries(
-    std::uint32_t chip) const {
+HandleTable<ReferenceChipTables::BoundaryEntry> const& ReferenceChipTables::boundaries(std::uint32_t chip) const {
   return chipAt(chip).boundaries;
 }
 
@@ -364,8 +359,8 @@ RouteHandle ReferenceChipTables::routeAllocate(std::uint32_t chip, RouteEntry en
   if (bridge) {
     if (injectedFailure(c, Table::boundary) || full(c, Table::boundary)) return RouteHandle::invalid();
     RouteHandle const h = allocateHandle(c);
-    c.boundaries.emplace(h, BoundaryEntry{h, entry.vrfId, entry.key, entry.acceptingVlan});
-    c.boundaryIndex.add(entry.vrfId, entry.key, h);
+    c.boundaries.insert(BoundaryEntry{h, entry.vrfId, entry.key, entry.acceptingVlan});
+    c.boundaryIndex.add(h);
     return h;
   }
   if (injectedFailure(c, Table::route) || full(c, Table::route)) {
@@ -373,9 +368,9 @@ RouteHandle ReferenceChipTables::routeAllocate(std::uint32_t chip, RouteEntry en
     return RouteHandle::invalid();
   }
   if (entry.oifSetIndex == kInvalidIndex) entry.oifSetIndex = 0;
-  if (auto const* same = c.routeIndex.find(entry.vrfId, entry.key)) {
+  if (auto const same = c.routeIndex.find(entry.vrfId, entry.key)) {
     for (RouteHandle other : *same) {
-      if (c.routes.at(other).acceptingVlan == entry.acceptingVlan) {
+      if (c.routes.find(other)->acceptingVlan == entry.acceptingVlan) {
         violation(violationPrefix(chip, op) + "route " + entry.key.pretty() + " vlan " +
                   std::to_string(entry.acceptingVlan.value()) + " in VRF " + std::to_string(entry.vrfId) +
                   " is already programmed under handle " + std::to_string(other.value()));
@@ -385,8 +380,8 @@ RouteHandle ReferenceChipTables::routeAllocate(std::uint32_t chip, RouteEntry en
   entry.handle = allocateHandle(c);
   entryRefIs(c, chip, entry.oifSetIndex, +1, op, entry);
   RouteHandle const h = entry.handle;
-  RouteEntry const& stored = c.routes.emplace(h, std::move(entry)).first->second;
-  c.routeIndex.add(stored.vrfId, stored.key, h);
+  RouteEntry const& stored = c.routes.insert(std::move(entry));
+  c.routeIndex.add(stored.handle);
   ++c.stats.routeAllocations;
   c.stats.peakRoutes = std::max<std::uint64_t>(c.stats.peakRoutes, c.routes.size());
   return h;
@@ -408,7 +403,7 @@ ReferenceChipTables::BoundaryEntry const* ReferenceChipTables::boundaryFor(std::
 
 void ReferenceChipTables::routeEntryIs(std::uint32_t chip, RouteHandle handle, std::uint32_t index, char const* op) {
   Chip& c = chipAt(chip);
-  RouteEntry& r = c.routes.at(handle);
+  RouteEntry& r = *c.routes.find(handle);
   if (index == kInvalidIndex) index = 0;
   entryRefIs(c, chip, r.oifSetIndex, -1, op, r);
   entryRefIs(c, chip, index, +1, op, r);
@@ -418,21 +413,20 @@ void ReferenceChipTables::routeEntryIs(std::uint32_t chip, RouteHandle handle, s
 
 void ReferenceChipTables::routeDel(std::uint32_t chip, RouteHandle handle) {
   Chip& c = chipAt(chip);
-  auto it = c.routes.find(handle);
-  if (it == c.routes.end()) return;
-  RouteEntry const& r = it->second;
-  entryRefIs(c, chip, r.oifSetIndex, -1, "routeDel", r);
-  c.routeIndex.remove(r.vrfId, r.key, handle);
-  c.routes.erase(it);
+  RouteEntry const* r = c.routes.find(handle);
+  if (!r) return;
+  entryRefIs(c, chip, r->oifSetIndex, -1, "routeDel", *r);
+  c.routeIndex.remove(handle);
+  c.routes.erase(handle);
   ++c.stats.routeDeletes;
 }
 
 void ReferenceChipTables::boundaryDel(std::uint32_t chip, RouteHandle handle) {
   Chip& c = chipAt(chip);
-  auto it = c.boundaries.find(handle);
-  if (it == c.boundaries.end()) return;
-  c.boundaryIndex.remove(it->second.vrfId, it->second.key, handle);
-  c.boundaries.erase(it);
+  BoundaryEntry const* b = c.boundaries.find(handle);
+  if (!b) return;
+  c.boundaryIndex.remove(handle);
+  c.boundaries.erase(handle);
 }
 
 // ---- hit bits ----
@@ -441,10 +435,10 @@ bool ReferenceChipTables::hitBit(std::uint32_t chip, std::uint16_t vrfId, IpGenR
                                  bool fastdrop) const {
   Chip const& c = chipAt(chip);
   if (!c.hitsSinceClear) return false;
-  auto const* handles = c.routeIndex.find(vrfId, key);
+  auto const handles = c.routeIndex.find(vrfId, key);
   if (!handles) return false;
   for (RouteHandle h : *handles) {
-    RouteEntry const& r = c.routes.at(h);
+    RouteEntry const& r = *c.routes.find(h);
     if (fastdrop) {
       if (r.fastdropHit(vlan)) return true;
     } else if (r.hit && (r.noRpf || r.acceptingVlan == vlan)) {
@@ -457,10 +451,10 @@ bool ReferenceChipTables::hitBit(std::uint32_t chip, std::uint16_t vrfId, IpGenR
 void ReferenceChipTables::hitBitsClear(std::uint32_t chip) {
   Chip& c = chipAt(chip);
   if (!c.hitsSinceClear) return;
-  for (auto& [h, r] : c.routes) {
+  c.routes.forEach([](RouteEntry& r) {
     r.hit = false;
     r.fastdropHits.clear();
-  }
+  });
   c.hitsSinceClear = false;
 }
 
@@ -518,12 +512,12 @@ ReferenceChipTables::ForwardResult ReferenceChipTables::forwardWithReason(std::u
   };
   if (!multicastRoutingEnabled_) return drop(DropReason::routingDisabled);
 
-  std::vector<RoutePrefixIndex::Handles const*> found;
+  std::vector<RoutePrefixIndex::Handles> found;
   if (!c.boundaries.empty()) {
     c.boundaryIndex.matches(vrfId, source, group, found, false);
-    for (auto const* handles : found) {
-      for (RouteHandle h : *handles) {
-        if (c.boundaries.at(h).vlan == vlanIn) return drop(DropReason::boundary);
+    for (auto const& handles : found) {
+      for (RouteHandle h : handles) {
+        if (c.boundaries.find(h)->vlan == vlanIn) return drop(DropReason::boundary);
       }
     }
     found.clear();
@@ -531,10 +525,10 @@ ReferenceChipTables::ForwardResult ReferenceChipTables::forwardWithReason(std::u
 
   c.routeIndex.matches(vrfId, source, group, found, true);
   if (found.empty()) return drop(DropReason::noRoute);
-  auto const& handles = *found.front();
+  auto const& handles = found.front();
   RouteEntry* chosen = nullptr;
   for (RouteHandle h : handles) {
-    RouteEntry& r = c.routes.at(h);
+    RouteEntry& r = *c.routes.find(h);
     if (r.noRpf || r.acceptingVlan == vlanIn) {
       chosen = &r;
       break;
@@ -543,7 +537,7 @@ ReferenceChipTables::ForwardResult ReferenceChipTables::forwardWithReason(std::u
   if (!chosen) {
     result.route = handles.front();
     for (RouteHandle h : handles) {
-      RouteEntry& r = c.routes.at(h);
+      RouteEntry& r = *c.routes.find(h);
       if (r.fastdrop && !r.fastdropHit(vlanIn)) {
         r.fastdropHits.push_back(vlanIn);
         c.hitsSinceClear = true;

@@ -45,6 +45,7 @@
 #include <absl/container/flat_hash_map.h>
 
 #include <array>
+#include <deque>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -57,6 +58,7 @@
 #include "platform/net/IpGenAddr.h"
 #include "platform/types/VlanIdOrNone.h"
 #include "platform/vex/Types.h"
+#include "sim/HandleTable.h"
 #include "sim/RoutePrefixIndex.h"
 
 namespace FalSim {
@@ -200,13 +202,13 @@ class ReferenceChipTables {
   ReplicationEntry const* replicationEntry(std::uint32_t chip, std::uint32_t index) const;
   absl::btree_map<std::uint32_t, ReplicationEntry> const& replicationEntries(std::uint32_t chip) const;
   RouteEntry const* route(std::uint32_t chip, RouteHandle handle) const;
-  absl::btree_map<RouteHandle, RouteEntry> const& routes(std::uint32_t chip) const;
+  HandleTable<RouteEntry> const& routes(std::uint32_t chip) const;
   // The route programmed for exactly this VRF, key and accepting VLAN
   // (none for a noRpf route), or null.
   RouteEntry const* route(std::uint32_t chip, std::uint16_t vrfId, IpGenRouteKey const& key,
                           Bridging::VlanIdOrNone acceptingVlan) const;
   BoundaryEntry const* boundary(std::uint32_t chip, RouteHandle handle) const;
-  absl::btree_map<RouteHandle, BoundaryEntry> const& boundaries(std::uint32_t chip) const;
+  HandleTable<BoundaryEntry> const& boundaries(std::uint32_t chip) const;
 
   // Whether the agent has multicast routing on: off, every packet drops.
   bool multicastRoutingEnabled() const { return multicastRoutingEnabled_; }
@@ -309,6 +311,12 @@ class ReferenceChipTables {
     std::int64_t pending = 0;
   };
 
+  template <class Entry>
+  static RoutePrefixIndex::EntryKey entryKey(void const* table, RouteHandle h) {
+    Entry const* e = static_cast<HandleTable<Entry> const*>(table)->find(h);
+    return {e->vrfId, &e->key};
+  }
+
   struct Chip {
     Capacity capacity;
     absl::btree_map<std::uint32_t, ReplicationEntry> entries;
@@ -316,10 +324,11 @@ class ReferenceChipTables {
     std::array<ReplicationEntry, 2> noPort;
     absl::btree_set<std::uint32_t> freeIndexes;  // freed indexes below nextIndex, reused lowest first
     std::uint32_t nextIndex = 1;
-    absl::btree_map<RouteHandle, RouteEntry> routes;
-    absl::btree_map<RouteHandle, BoundaryEntry> boundaries;
-    RoutePrefixIndex routeIndex;
-    RoutePrefixIndex boundaryIndex;
+    HandleTable<RouteEntry> routes;
+    HandleTable<BoundaryEntry> boundaries;
+    // Over the two tables above: a chip stays where it was made.
+    RoutePrefixIndex routeIndex{&entryKey<RouteEntry>, &routes};
+    RoutePrefixIndex boundaryIndex{&entryKey<BoundaryEntry>, &boundaries};
     std::uint32_t nextHandle = 1;
     std::array<std::uint32_t, 3> failNext{};
     std::array<bool, 3> fullForced{};
@@ -347,7 +356,7 @@ class ReferenceChipTables {
   void entryRefIs(Chip& c, std::uint32_t chip, std::uint32_t index, int delta, char const* op, RouteEntry const& r);
   void countTraffic(RouteEntry const& r, std::uint32_t bytes);
 
-  std::vector<Chip> chips_;
+  std::deque<Chip> chips_;  // made in place, never moved: the indexes point into them
   absl::flat_hash_map<IpGenRouteKey, Counter> counters_;
   std::vector<std::string> violations_;
   Vex::Seconds operationCost_ = 0;

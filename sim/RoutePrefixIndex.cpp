@@ -1,7 +1,5 @@
 #include "sim/RoutePrefixIndex.h"
 
-#include <algorithm>
-
 namespace FalSim {
 
 using MrouteLib::RouteHandle;
@@ -20,6 +18,9 @@ std::array<std::uint8_t, 16> maskedBytes(std::array<std::uint8_t, 16> bytes, uns
 
 }  // namespace
 
+RoutePrefixIndex::RoutePrefixIndex(KeyOf keyOf, void const* owner)
+    : keyOf_(keyOf), owner_(owner), firsts_(0, ByKey{this}, ByKey{this}) {}
+
 RoutePrefixIndex::LookupKey RoutePrefixIndex::lookupKey(std::uint16_t vrfId, IpGenRouteKey const& key) {
   LookupKey k;
   k.vrfId = vrfId;
@@ -31,36 +32,69 @@ RoutePrefixIndex::LookupKey RoutePrefixIndex::lookupKey(std::uint16_t vrfId, IpG
   return k;
 }
 
-void RoutePrefixIndex::add(std::uint16_t vrfId, IpGenRouteKey const& key, RouteHandle h) {
-  LookupKey const k = lookupKey(vrfId, key);
-  byKey_[k].push_back(h);
+RoutePrefixIndex::LookupKey RoutePrefixIndex::lookupKeyOf(std::uint32_t h) const {
+  EntryKey const e = keyOf_(owner_, RouteHandle(h));
+  return lookupKey(e.vrfId, *e.key);
+}
+
+std::uint32_t RoutePrefixIndex::firstOf(LookupKey const& k) const {
+  auto it = firsts_.find(k);
+  return it == firsts_.end() ? kNone : *it;
+}
+
+std::uint32_t RoutePrefixIndex::next(std::uint32_t h) const {
+  if (next_.empty()) return kNone;
+  auto it = next_.find(h);
+  return it == next_.end() ? kNone : it->second;
+}
+
+void RoutePrefixIndex::add(RouteHandle h) {
+  LookupKey const k = lookupKeyOf(h.value());
+  std::uint32_t last = firstOf(k);
+  if (last == kNone) {
+    firsts_.insert(h.value());
+  } else {
+    for (std::uint32_t n = next(last); n != kNone; n = next(n)) last = n;
+    next_[last] = h.value();
+  }
   ++lengths_[LengthPair{k.af, k.sourceLen, k.groupLen}];
 }
 
-void RoutePrefixIndex::remove(std::uint16_t vrfId, IpGenRouteKey const& key, RouteHandle h) {
-  LookupKey const k = lookupKey(vrfId, key);
-  auto it = byKey_.find(k);
-  if (it == byKey_.end()) return;
-  auto& handles = it->second;
-  auto pos = std::find(handles.begin(), handles.end(), h);
-  if (pos == handles.end()) return;
-  handles.erase(pos);
-  if (handles.empty()) byKey_.erase(it);
+void RoutePrefixIndex::remove(RouteHandle h) {
+  LookupKey const k = lookupKeyOf(h.value());
+  std::uint32_t const first = firstOf(k);
+  if (first == kNone) return;
+  std::uint32_t const after = next(h.value());
+  if (first == h.value()) {
+    // Its successor, if any, leads the key from now on.
+    firsts_.erase(firsts_.find(k));
+    if (after != kNone) {
+      next_.erase(h.value());
+      firsts_.insert(after);
+    }
+  } else {
+    std::uint32_t before = first;
+    while (before != kNone && next(before) != h.value()) before = next(before);
+    if (before == kNone) return;
+    next_.erase(h.value());
+    if (after == kNone) {
+      next_.erase(before);
+    } else {
+      next_[before] = after;
+    }
+  }
   auto len = lengths_.find(LengthPair{k.af, k.sourceLen, k.groupLen});
   if (len != lengths_.end() && --len->second == 0) lengths_.erase(len);
 }
 
-RoutePrefixIndex::Handles const* RoutePrefixIndex::find(std::uint16_t vrfId, IpGenRouteKey const& key) const {
-  return find(lookupKey(vrfId, key));
-}
-
-RoutePrefixIndex::Handles const* RoutePrefixIndex::find(LookupKey const& k) const {
-  auto it = byKey_.find(k);
-  return it == byKey_.end() ? nullptr : &it->second;
+std::optional<RoutePrefixIndex::Handles> RoutePrefixIndex::find(std::uint16_t vrfId, IpGenRouteKey const& key) const {
+  std::uint32_t const first = firstOf(lookupKey(vrfId, key));
+  if (first == kNone) return std::nullopt;
+  return Handles(this, first);
 }
 
 void RoutePrefixIndex::matches(std::uint16_t vrfId, IpGenAddr const& source, IpGenAddr const& group,
-                               std::vector<Handles const*>& out, bool firstOnly) const {
+                               std::vector<Handles>& out, bool firstOnly) const {
   if (source.af() != group.af()) return;
   auto const af = static_cast<std::uint8_t>(group.af());
   LookupKey k;
@@ -71,8 +105,9 @@ void RoutePrefixIndex::matches(std::uint16_t vrfId, IpGenAddr const& source, IpG
     k.groupLen = it->first.groupLen;
     k.source = maskedBytes(source.bytes(), k.sourceLen);
     k.group = maskedBytes(group.bytes(), k.groupLen);
-    if (auto const* handles = find(k)) {
-      out.push_back(handles);
+    std::uint32_t const first = firstOf(k);
+    if (first != kNone) {
+      out.emplace_back(this, first);
       if (firstOnly) return;
     }
   }

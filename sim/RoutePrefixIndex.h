@@ -5,12 +5,21 @@
 // source is all zero whatever family its empty prefix carries), and the
 // index keeps the prefix-length pairs present, so a packet lookup probes one
 // hash per distinct pair instead of scanning the table.
+//
+// The index holds handles only: a key is read from the table's own entry
+// (through the KeyOf the owner gives), so at a million routes it costs a
+// few bytes per route instead of a copy of every reduced key (40 bytes) and
+// a handle list per key. The first handle of a key is in the hash set; the
+// others of the same key (other accepting VLANs) follow it in a chain, in the
+// order they were added. An entry must be in its table while its handle is
+// indexed: add it after storing the entry, remove it before erasing it.
 #include <absl/container/flat_hash_map.h>
-#include <absl/container/inlined_vector.h>
+#include <absl/container/flat_hash_set.h>
 
 #include <array>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <vector>
 
 #include "platform/fib/IpGenRouteKey.h"
@@ -21,20 +30,58 @@ namespace FalSim {
 
 class RoutePrefixIndex {
  public:
-  using Handles = absl::InlinedVector<MrouteLib::RouteHandle, 1>;
+  // The VRF and key of the entry of a handle that is in the owner's table.
+  struct EntryKey {
+    std::uint16_t vrfId;
+    Routing::Multicast::Fib::IpGenRouteKey const* key;
+  };
+  using KeyOf = EntryKey (*)(void const* owner, MrouteLib::RouteHandle h);
 
-  void add(std::uint16_t vrfId, Routing::Multicast::Fib::IpGenRouteKey const& key, MrouteLib::RouteHandle h);
-  void remove(std::uint16_t vrfId, Routing::Multicast::Fib::IpGenRouteKey const& key, MrouteLib::RouteHandle h);
+  // The handles of one key, in the order they were added.
+  class Handles {
+   public:
+    class iterator {
+     public:
+      iterator(RoutePrefixIndex const* index, std::uint32_t h) : index_(index), h_(h) {}
+      MrouteLib::RouteHandle operator*() const { return MrouteLib::RouteHandle(h_); }
+      iterator& operator++() {
+        h_ = index_->next(h_);
+        return *this;
+      }
+      friend bool operator==(iterator const&, iterator const&) = default;
+
+     private:
+      RoutePrefixIndex const* index_;
+      std::uint32_t h_;
+    };
+    Handles(RoutePrefixIndex const* index, std::uint32_t first) : index_(index), first_(first) {}
+    iterator begin() const { return iterator(index_, first_); }
+    iterator end() const { return iterator(index_, kNone); }
+    MrouteLib::RouteHandle front() const { return MrouteLib::RouteHandle(first_); }
+
+   private:
+    RoutePrefixIndex const* index_;
+    std::uint32_t first_;
+  };
+
+  RoutePrefixIndex(KeyOf keyOf, void const* owner);
+  RoutePrefixIndex(RoutePrefixIndex const&) = delete;
+  RoutePrefixIndex& operator=(RoutePrefixIndex const&) = delete;
+
+  void add(MrouteLib::RouteHandle h);
+  void remove(MrouteLib::RouteHandle h);
   // The handles programmed for exactly this key (masked as a lookup compares
-  // it), or null.
-  Handles const* find(std::uint16_t vrfId, Routing::Multicast::Fib::IpGenRouteKey const& key) const;
+  // it), or none.
+  std::optional<Handles> find(std::uint16_t vrfId, Routing::Multicast::Fib::IpGenRouteKey const& key) const;
   // Appends the handles of each key of vrfId covering (source, group), most
   // specific first (longest source, then longest group); only the first with
   // firstOnly.
   void matches(std::uint16_t vrfId, Netcore::IpGenAddr const& source, Netcore::IpGenAddr const& group,
-               std::vector<Handles const*>& out, bool firstOnly) const;
+               std::vector<Handles>& out, bool firstOnly) const;
 
  private:
+  static constexpr std::uint32_t kNone = MrouteLib::RouteHandle::kInvalidValue;
+
   struct LookupKey {
     std::array<std::uint8_t, 16> source{};
     std::array<std::uint8_t, 16> group{};
@@ -59,11 +106,27 @@ class RoutePrefixIndex {
       return a.groupLen > b.groupLen;
     }
   };
+  // Hashes and compares a handle by its entry's reduced key.
+  struct ByKey {
+    using is_transparent = void;
+    RoutePrefixIndex const* index;
+    std::size_t operator()(std::uint32_t h) const { return absl::Hash<LookupKey>()(index->lookupKeyOf(h)); }
+    std::size_t operator()(LookupKey const& k) const { return absl::Hash<LookupKey>()(k); }
+    bool operator()(std::uint32_t a, std::uint32_t b) const { return a == b; }
+    bool operator()(std::uint32_t h, LookupKey const& k) const { return index->lookupKeyOf(h) == k; }
+    bool operator()(LookupKey const& k, std::uint32_t h) const { return index->lookupKeyOf(h) == k; }
+  };
 
   static LookupKey lookupKey(std::uint16_t vrfId, Routing::Multicast::Fib::IpGenRouteKey const& key);
-  Handles const* find(LookupKey const& k) const;
+  LookupKey lookupKeyOf(std::uint32_t h) const;
+  std::uint32_t firstOf(LookupKey const& k) const;
+  std::uint32_t next(std::uint32_t h) const;
 
-  absl::flat_hash_map<LookupKey, Handles> byKey_;
+  KeyOf keyOf_;
+  void const* owner_;
+  absl::flat_hash_set<std::uint32_t, ByKey, ByKey> firsts_;
+  // Handle -> the next handle of the same key.
+  absl::flat_hash_map<std::uint32_t, std::uint32_t> next_;
   std::map<LengthPair, std::uint32_t> lengths_;
 };
 

@@ -139,7 +139,7 @@ void SimRunner::apply(Scenario::Event const& e) {
     case EventKind::addRoutes: {
       auto const& routes = scenario_.routeSets[e.set].routes;
       std::size_t const n = e.count.value_or(routes.size());
-      for (std::size_t i = 0; i < n; ++i) addRoute(routes[i]);
+      for (std::size_t i = 0; i < n; ++i) addRoute(routes[i], true);
       endBatch();
       break;
     }
@@ -150,10 +150,14 @@ void SimRunner::apply(Scenario::Event const& e) {
       endBatch();
       break;
     }
-    case EventKind::addRoute:
-      addRoute(e.route);
+    case EventKind::addRoute: {
+      // An event made on the fly (runEvent) is gone once it has run.
+      auto const& own = scenario_.events;
+      bool const kept = !own.empty() && std::less_equal<>()(&own.front(), &e) && std::less_equal<>()(&e, &own.back());
+      addRoute(e.route, kept);
       endBatch();
       break;
+    }
     case EventKind::removeRoute:
       removeRoute(e.vrf, e.key);
       endBatch();
@@ -180,13 +184,17 @@ void SimRunner::apply(Scenario::Event const& e) {
   }
 }
 
-void SimRunner::addRoute(MrouteLib::DesiredRoute const& route) {
-  desired_[{route.vrfName(), route.key()}] = route;
+void SimRunner::addRoute(MrouteLib::DesiredRoute const& route, bool kept) {
+  if (kept) {
+    desired_.kept(route);
+  } else {
+    desired_.copied(route);
+  }
   agent_->programmer().routeIs(route);
 }
 
 void SimRunner::removeRoute(L3::VrfName const& vrf, IpGenRouteKey const& key) {
-  desired_.erase({vrf, key});
+  desired_.erase(vrf, key);
   agent_->programmer().routeDel(vrf, key);
 }
 
@@ -230,44 +238,36 @@ void SimRunner::interfaceDown(Netcore::IntfId intf, std::string const& where) {
 void SimRunner::traffic(Scenario::Event const& e) {
   Scenario::Traffic const& t = e.traffic;
   struct Flow {
-    L3::VrfName vrf;
+    L3::VrfName const& vrf;
     Netcore::IpGenAddr source;
     Netcore::IpGenAddr group;
     Bridging::VlanIdOrNone vlan;
   };
-  std::vector<Flow> flows;
-  if (t.set) {
-    for (auto const& r : scenario_.routeSets[*t.set].routes) {
-      if (r.bridge()) continue;
-      Netcore::IpGenAddr const source = flowSource(r.key(), t.setSource);
-      Netcore::IpGenAddr const group = r.key().group().address();
-      if (auto finding = InvariantChecker::flowFinding(r, source, group, t.setSource)) {
-        report_.violationIs(e.path + ": " + *finding);
-      }
-      flows.push_back({r.vrfName(), source, group, r.acceptingVlan()});
-    }
-  } else {
-    flows.push_back({t.vrf, t.source, t.group, t.vlan});
-  }
   std::vector<std::uint32_t> chips;
   if (t.chip) {
     chips.push_back(*t.chip);
   } else {
     for (std::uint32_t c = 0; c < scenario_.chips.count; ++c) chips.push_back(c);
   }
-  for (auto const& f : flows) {
+  // Each flow is sent as it is made: a set of a million routes makes a
+  // million flows, which need not be held at once.
+  auto send = [&](Flow const& f) {
     std::uint16_t const vrfId = static_cast<std::uint16_t>(scenario_.vrfId(f.vrf).value_or(0));
     for (std::uint32_t c : chips) {
       bool allForwarded = true;
       bool allDroppedAsExpected = true;
       ReferenceChip::ForwardResult first;
-      std::ostringstream flow;
-      flow << e.path << ": chip " << c << ": (" << f.source << ", " << f.group << ") on VLAN " << f.vlan;
+      // Its text only when something is said about it.
+      auto flowText = [&] {
+        std::ostringstream os;
+        os << e.path << ": chip " << c << ": (" << f.source << ", " << f.group << ") on VLAN " << f.vlan;
+        return os.str();
+      };
       for (std::uint32_t p = 0; p < t.packets; ++p) {
         auto result = chip_->forwardWithReason(c, vrfId, f.source, f.group, f.vlan, t.bytes);
         if (kernel_) {
           kernel_->send(c, vrfId, f.vlan, f.source, f.group,
-                        result.forwarded() ? result.copies : std::vector<MrouteLib::PortVlan>{}, flow.str());
+                        result.forwarded() ? result.copies : std::vector<MrouteLib::PortVlan>{}, flowText());
         }
         ++report_.packetsSent;
         if (result.forwarded()) {
@@ -280,26 +280,40 @@ void SimRunner::traffic(Scenario::Event const& e) {
         if (t.expectDropped && result.dropReason != *t.expectDropped) allDroppedAsExpected = false;
         if (p == 0) first = std::move(result);
       }
-      std::string const gave = first.forwarded() ? copiesText(first.copies)
-                                                 : std::string("dropped (") + dropReasonName(first.dropReason) + ")";
-      auto expectation = [&](bool met, std::string const& expected) {
+      auto expectation = [&](bool met, auto const& expected) {
         if (met) {
           ++report_.expectationsMet;
-        } else {
-          report_.expectationFailedIs(flow.str() + " gave " + gave + ", expected " + expected);
+          return;
         }
+        std::string const gave = first.forwarded() ? copiesText(first.copies)
+                                                   : std::string("dropped (") + dropReasonName(first.dropReason) + ")";
+        report_.expectationFailedIs(flowText() + " gave " + gave + ", expected " + expected());
       };
       if (t.expect) {
         std::vector<MrouteLib::PortVlan> copies = first.copies;
         std::sort(copies.begin(), copies.end());
         // A dropped packet gives no copies, but it is not forwarded to none.
-        expectation(allForwarded && copies == *t.expect, copiesText(*t.expect));
+        expectation(allForwarded && copies == *t.expect, [&] { return copiesText(*t.expect); });
       }
-      if (t.expectForwarded) expectation(allForwarded, "to be forwarded");
+      if (t.expectForwarded) expectation(allForwarded, [] { return std::string("to be forwarded"); });
       if (t.expectDropped) {
-        expectation(allDroppedAsExpected, std::string("to be dropped (") + dropReasonName(*t.expectDropped) + ")");
+        expectation(allDroppedAsExpected,
+                    [&] { return std::string("to be dropped (") + dropReasonName(*t.expectDropped) + ")"; });
       }
     }
+  };
+  if (t.set) {
+    for (auto const& r : scenario_.routeSets[*t.set].routes) {
+      if (r.bridge()) continue;
+      Netcore::IpGenAddr const source = flowSource(r.key(), t.setSource);
+      Netcore::IpGenAddr const group = r.key().group().address();
+      if (auto finding = InvariantChecker::flowFinding(r, source, group, t.setSource)) {
+        report_.violationIs(e.path + ": " + *finding);
+      }
+      send({r.vrfName(), source, group, r.acceptingVlan()});
+    }
+  } else {
+    send({t.vrf, t.source, t.group, t.vlan});
   }
   if (kernel_) {
     for (auto& finding : kernel_->check()) report_.expectationFailedIs(std::move(finding));
@@ -366,7 +380,7 @@ void SimRunner::kick(std::optional<std::uint32_t> chip) {
 void SimRunner::restart(Scenario::Event const& e) {
   // Routes every chip held: the recovered status must describe them.
   std::vector<MrouteLib::DesiredRoute const*> held;
-  for (auto const& [id, want] : desired_) {
+  for (auto const& want : desired_) {
     if (want.bridge()) continue;  // boundary entries are not read back as routes
     auto vrf = agent_->hwStatus(want.key().af()).vrfStatus(want.vrfName());
     auto status = vrf ? vrf->route(want.key()) : nullptr;
@@ -390,7 +404,7 @@ void SimRunner::restart(Scenario::Event const& e) {
     }
   }
   // The route owner hands its routes to the new agent.
-  for (auto const& [id, want] : desired_) agent_->programmer().routeIs(want);
+  for (auto const& want : desired_) agent_->programmer().routeIs(want);
   endBatch();
   // Recovered statuses of routes nobody wants any more.
   for (auto af : {Netcore::AddressFamily::ipv4, Netcore::AddressFamily::ipv6}) {
@@ -398,7 +412,7 @@ void SimRunner::restart(Scenario::Event const& e) {
     for (auto vrf = status.vrfStatusIterator(); !vrf.done(); ++vrf) {
       std::vector<IpGenRouteKey> stale;
       for (auto r = vrf.value()->routeIterator(); !r.done(); ++r) {
-        if (!desired_.contains({vrf.key(), r.key()})) stale.push_back(r.key());
+        if (!desired_.contains(vrf.key(), r.key())) stale.push_back(r.key());
       }
       for (auto const& key : stale) vrf.value()->routeDel(key);
       report_.staleStatusesRemoved += stale.size();
@@ -516,7 +530,7 @@ void SimRunner::fillFigures() {
   r.refusedAllocations = stats.failedAllocations + stats.failedRouteAllocations;
   r.frrRewrites = stats.inPlaceRewrites;
   absl::flat_hash_set<MrouteLib::PortVlanSet> outputs;
-  for (auto const& [id, want] : desired_) {
+  for (auto const& want : desired_) {
     if (!want.bridge()) outputs.insert(want.outputs());
   }
   r.distinctOutputSets = outputs.size();

@@ -40,6 +40,7 @@
 #include "sim/Scenario.h"
 #include "sim/SimAgent.h"
 #include "sim/SimReport.h"
+#include "sim/WantedRoutes.h"
 #include "sim/report/RunSampler.h"
 
 namespace FalSim {
@@ -116,11 +117,12 @@ class SimRunner {
   ReferenceChip& chip() { return *chip_; }
   SimAgent& agent() { return *agent_; }
   KernelBacking* kernel() { return kernel_.get(); }
-  DesiredRoutes const& desired() const { return desired_; }
+  WantedRoutes const& desired() const { return desired_; }
 
  private:
   void apply(Scenario::Event const& e);
-  void addRoute(MrouteLib::DesiredRoute const& route);
+  // kept: route is the scenario's own, which outlives the run.
+  void addRoute(MrouteLib::DesiredRoute const& route, bool kept);
   void removeRoute(L3::VrfName const& vrf, Routing::Multicast::Fib::IpGenRouteKey const& key);
   void endBatch();
   void interfaceDown(Netcore::IntfId intf, std::string const& where);
@@ -151,7 +153,7 @@ class SimRunner {
   std::unique_ptr<SimAgent> agent_;
   std::unique_ptr<RunSampler> sampler_;
   InvariantChecker checker_;
-  DesiredRoutes desired_;
+  WantedRoutes desired_;
   SimReport report_;
   std::size_t next_ = 0;
   std::size_t peakRoutesWithEntry_ = 0;
