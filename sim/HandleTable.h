@@ -4,27 +4,26 @@
 // from a counter that only moves up.
 //
 // Handles are grouped in pages of 256 consecutive handles, each page a plain
-// array of entries in an ordered map by page number; a lookup finds the page
-// (the last one used is remembered, so a run of nearby handles skips the map)
-// and reads one slot. At a million routes this is one entry's size per route
+// array of entries, found by page number in a vector of pages; a lookup
+// reads the page's pointer and then one slot. At a million routes this is one entry's size per route
 // where an ordered map of entries (a few entries per node, fifteen levels
 // deep) cost more memory and one cache miss per level on every lookup.
 // A page goes when its last entry does, so a table that churns holds pages
 // only where live handles are; the worst case, one live handle per page, is
-// bounded by the live entries times the page size.
+// bounded by the live entries times the page size. The vector of pages grows
+// with the highest handle: a pointer per 256 handles ever handed out.
 //
 // An entry's own `handle` says whether its slot is used (the invalid handle:
 // free). Iteration is in handle order, like the ordered map it replaces, and
 // yields (handle, entry) pairs. Adding or removing entries invalidates
 // iterators and pointers into the page of the change only when that page
 // goes; a pointer to an entry stays valid while the entry is in the table.
-#include <absl/container/btree_map.h>
-
 #include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <utility>
+#include <vector>
 
 #include "platform/mroutelib/RouteHandle.h"
 
@@ -38,7 +37,7 @@ class HandleTable {
     std::array<Entry, kPageSize> slot{};
     std::uint32_t used = 0;
   };
-  using PageMap = absl::btree_map<std::uint32_t, std::unique_ptr<Page>>;
+  using PageMap = std::vector<std::unique_ptr<Page>>;
 
  public:
   using RouteHandle = MrouteLib::RouteHandle;
@@ -46,12 +45,11 @@ class HandleTable {
 
   class const_iterator {
    public:
-    const_iterator(typename PageMap::const_iterator page, typename PageMap::const_iterator end, std::uint32_t slot)
-        : page_(page), end_(end), slot_(slot) {
+    const_iterator(PageMap const* pages, std::size_t page, std::uint32_t slot) : pages_(pages), page_(page), slot_(slot) {
       skipFree();
     }
     value_type operator*() const {
-      Entry const& e = page_->second->slot[slot_];
+      Entry const& e = (*pages_)[page_]->slot[slot_];
       return {e.handle, e};
     }
     // it->first, it->second, as with a map's iterator.
@@ -71,15 +69,17 @@ class HandleTable {
 
    private:
     void skipFree() {
-      while (page_ != end_) {
-        while (slot_ < kPageSize && page_->second->slot[slot_].handle.isNull()) ++slot_;
-        if (slot_ < kPageSize) return;
+      while (page_ < pages_->size()) {
+        if (Page const* p = (*pages_)[page_].get()) {
+          while (slot_ < kPageSize && p->slot[slot_].handle.isNull()) ++slot_;
+          if (slot_ < kPageSize) return;
+        }
         ++page_;
         slot_ = 0;
       }
     }
-    typename PageMap::const_iterator page_;
-    typename PageMap::const_iterator end_;
+    PageMap const* pages_;
+    std::size_t page_;
     std::uint32_t slot_;
   };
 
@@ -89,8 +89,8 @@ class HandleTable {
 
   std::size_t size() const { return size_; }
   bool empty() const { return size_ == 0; }
-  const_iterator begin() const { return const_iterator(pages_.begin(), pages_.end(), 0); }
-  const_iterator end() const { return const_iterator(pages_.end(), pages_.end(), 0); }
+  const_iterator begin() const { return const_iterator(&pages_, 0, 0); }
+  const_iterator end() const { return const_iterator(&pages_, pages_.size(), 0); }
 
   // The entry of handle, or null.
   Entry const* find(RouteHandle handle) const { return const_cast<HandleTable*>(this)->find(handle); }
@@ -106,14 +106,9 @@ class HandleTable {
   // Stores entry under its own handle, which must be valid and free.
   Entry& insert(Entry entry) {
     std::uint32_t const number = entry.handle.value() >> kPageBits;
-    Page* p = page(number);
-    if (!p) {
-      auto& made = pages_[number];
-      made = std::make_unique<Page>();
-      p = made.get();
-      lastNumber_ = number;
-      lastPage_ = p;
-    }
+    if (number >= pages_.size()) pages_.resize(number + 1);
+    auto& p = pages_[number];
+    if (!p) p = std::make_unique<Page>();
     Entry& slot = p->slot[entry.handle.value() & (kPageSize - 1)];
     slot = std::move(entry);
     ++p->used;
@@ -131,16 +126,14 @@ class HandleTable {
     if (e.handle.isNull()) return;
     e = Entry{};
     --size_;
-    if (--p->used == 0) {
-      if (lastPage_ == p) lastPage_ = nullptr;
-      pages_.erase(number);
-    }
+    if (--p->used == 0) pages_[number].reset();
   }
 
   // Calls f(entry) for every entry, in handle order, letting it change them.
   template <class F>
   void forEach(F&& f) {
-    for (auto& [number, p] : pages_) {
+    for (auto& p : pages_) {
+      if (!p) continue;
       for (Entry& e : p->slot) {
         if (!e.handle.isNull()) f(e);
       }
@@ -148,19 +141,10 @@ class HandleTable {
   }
 
  private:
-  Page* page(std::uint32_t number) {
-    if (lastPage_ && lastNumber_ == number) return lastPage_;
-    auto it = pages_.find(number);
-    if (it == pages_.end()) return nullptr;
-    lastNumber_ = number;
-    lastPage_ = it->second.get();
-    return lastPage_;
-  }
+  Page* page(std::uint32_t number) const { return number < pages_.size() ? pages_[number].get() : nullptr; }
 
   PageMap pages_;
   std::size_t size_ = 0;
-  std::uint32_t lastNumber_ = 0;
-  Page* lastPage_ = nullptr;
 };
 
 }  // namespace FalSim

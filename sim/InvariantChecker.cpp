@@ -5,6 +5,7 @@
 #include <tuple>
 
 #include "absl/container/btree_set.h"
+#include "absl/container/flat_hash_set.h"
 #include "platform/intf/IntfOperStatus.h"
 #include "sim/AsyncReferenceChip.h"
 
@@ -57,8 +58,10 @@ void syncChipFindings(SimAgent const& agent, std::uint32_t c, std::vector<std::s
     live.insert(set.oifSetIndex());
     if (!set.oifSet() || !set.oifSet()->portVlanSet().reachesNoPort()) shared.insert(set.oifSetIndex());
   };
+  // Many routes share a set: each distinct one is noted once.
+  absl::flat_hash_set<Fal::MtableOifSet const*> used;
   for (auto const& [handle, route] : sw.routes()) {
-    if (auto const& set = route->mtableOifSet()) note(*set);
+    if (auto const& set = route->mtableOifSet(); set && used.insert(set.get()).second) note(*set);
   }
   for (auto const& [key, set] : sw.zombieOifSet()) note(*set);
   for (auto& v : chip.invariantViolations(c, live)) out.push_back(std::move(v));
@@ -85,7 +88,7 @@ void syncChipFindings(SimAgent const& agent, std::uint32_t c, std::vector<std::s
   // Field by field; the chip records what differs.
   sw.handleVerify();
 
-  absl::btree_set<std::uint32_t> seen;
+  absl::flat_hash_set<std::uint32_t> seen;
   for (auto const& [handle, route] : sw.routes()) {
     Fal::MtableOifSet const* set = route->mtableOifSet().get();
     if (!set || !set->oifSet() || set->isZombie() || !seen.insert(set->oifSetIndex()).second) continue;
@@ -203,9 +206,16 @@ std::vector<std::string> InvariantChecker::check(SimAgent const& agent, WantedRo
 
     std::size_t present = 0;
     std::size_t i = 0;
+    // Routes come by VRF: its id is looked up once per run of the same VRF.
+    L3::VrfName const* lastVrf = nullptr;
+    std::optional<Fal::VrfId> lastVrfId;
     for (auto const& want : desired) {
       std::size_t const slot = i++;
-      auto const vrfId = agent.l3Status().vrfNameToId(want.vrfName());
+      if (!lastVrf || !(*lastVrf == want.vrfName())) {
+        lastVrf = &want.vrfName();
+        lastVrfId = agent.l3Status().vrfNameToId(want.vrfName());
+      }
+      auto const& vrfId = lastVrfId;
       if (!vrfId) {
         heldEverywhere[slot] = false;
         continue;
@@ -250,20 +260,28 @@ std::vector<std::string> InvariantChecker::check(SimAgent const& agent, WantedRo
 
   // Route status against what the chips hold.
   std::size_t i = 0;
+  // Likewise the VRF's status, per family.
+  L3::VrfName const* lastVrf = nullptr;
+  Vex::Ptr<Routing::Multicast::Fib::Hardware::VrfStatus const> lastVrfStatus[2];
   for (auto const& want : desired) {
     std::size_t const slot = i++;
-    auto const& status = agent.hwStatus(want.key().af());
-    auto vrf = status.vrfStatus(want.vrfName());
+    if (!lastVrf || !(*lastVrf == want.vrfName())) {
+      lastVrf = &want.vrfName();
+      for (auto af : {Netcore::AddressFamily::ipv4, Netcore::AddressFamily::ipv6}) {
+        lastVrfStatus[af == Netcore::AddressFamily::ipv6] = agent.hwStatus(af).vrfStatus(want.vrfName());
+      }
+    }
+    auto const& vrf = lastVrfStatus[want.key().af() == Netcore::AddressFamily::ipv6];
     auto route = vrf ? vrf->route(want.key()) : nullptr;
-    std::string const name = "route [" + want.vrfName().stringValue() + "] " + want.key().pretty() + ": ";
+    auto name = [&] { return "route [" + want.vrfName().stringValue() + "] " + want.key().pretty() + ": "; };
     if (!route) {
-      out.push_back(name + "has no hardware route status");
+      out.push_back(name() + "has no hardware route status");
       continue;
     }
     bool const held = chips > 0 && heldEverywhere[slot];
     if (!route->programmed() && route->failureReason() != 0) ++load_.unprogrammedByReason[route->failureReason()];
     if (route->programmed() != held) {
-      out.push_back(name + "its status says " + (route->programmed() ? "programmed" : "not programmed") +
+      out.push_back(name() + "its status says " + (route->programmed() ? "programmed" : "not programmed") +
                     ", but " + (held ? "every chip holds it as wanted" : "not every chip holds it as wanted"));
     }
   }
