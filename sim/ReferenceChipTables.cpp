@@ -83,6 +83,7 @@ ReferenceChipTables::ReplicationEntry const* ReferenceChipTables::entryAt(Chip c
   for (auto const& e : c.noPort) {
     if (e.index == index) return &e;
   }
+  if (index < kDirectIndexes) return index < c.byIndex.size() ? c.byIndex[index] : nullptr;
   auto it = c.entries.find(index);
   return it == c.entries.end() ? nullptr : &it->second;
 }
@@ -164,7 +165,7 @@ ReferenceChipTables::ReplicationEntry const* ReferenceChipTables::replicationEnt
   return entryAt(chipAt(chip), index);
 }
 
-absl::btree_map<std::uint32_t, ReferenceChipTables::ReplicationEntry> const& ReferenceChipTables::replicationEntries(
+std::map<std::uint32_t, ReferenceChipTables::ReplicationEntry> const& ReferenceChipTables::replicationEntries(
     std::uint32_t chip) const {
   return chipAt(chip).entries;
 }
@@ -274,6 +275,10 @@ std::uint32_t ReferenceChipTables::entryAllocate(std::uint32_t chip, MrouteLib::
     c.freeIndexes.erase(c.freeIndexes.begin());
   }
   ReplicationEntry& entry = c.entries[index];
+  if (index < kDirectIndexes) {
+    if (index >= c.byIndex.size()) c.byIndex.resize(index + 1, nullptr);
+    c.byIndex[index] = &entry;
+  }
   entry.index = index;
   entry.portVlanSet = pvs;
   entry.programmed = programmed;
@@ -323,6 +328,7 @@ void ReferenceChipTables::entryFree(std::uint32_t chip, std::uint32_t index, cha
     violation(violationPrefix(chip, op) + "oifSetIndex " + std::to_string(index) + " freed while " +
               std::to_string(it->second.routes) + " route(s) still point at it");
   }
+  if (index < kDirectIndexes) c.byIndex[index] = nullptr;
   c.entries.erase(it);
   c.freeIndexes.insert(index);
   ++c.stats.frees;

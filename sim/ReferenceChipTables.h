@@ -46,6 +46,7 @@
 
 #include <array>
 #include <deque>
+#include <map>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -200,7 +201,7 @@ class ReferenceChipTables {
   // table. replicationEntry also answers for the two entries kept outside the
   // table; replicationEntries lists the table only.
   ReplicationEntry const* replicationEntry(std::uint32_t chip, std::uint32_t index) const;
-  absl::btree_map<std::uint32_t, ReplicationEntry> const& replicationEntries(std::uint32_t chip) const;
+  std::map<std::uint32_t, ReplicationEntry> const& replicationEntries(std::uint32_t chip) const;
   RouteEntry const* route(std::uint32_t chip, RouteHandle handle) const;
   HandleTable<RouteEntry> const& routes(std::uint32_t chip) const;
   // The route programmed for exactly this VRF, key and accepting VLAN
@@ -319,7 +320,11 @@ class ReferenceChipTables {
 
   struct Chip {
     Capacity capacity;
-    absl::btree_map<std::uint32_t, ReplicationEntry> entries;
+    // Nodes that stay put, so that entries below kDirectIndexes are also
+    // found by index in byIndex: every route a packet or a check looks at
+    // reads its entry, and a tree of a few thousand entries is many levels deep.
+    std::map<std::uint32_t, ReplicationEntry> entries;
+    std::vector<ReplicationEntry*> byIndex;
     // Outside the table: replicating nowhere, and to the CPU only.
     std::array<ReplicationEntry, 2> noPort;
     absl::btree_set<std::uint32_t> freeIndexes;  // freed indexes below nextIndex, reused lowest first
@@ -340,6 +345,9 @@ class ReferenceChipTables {
     bool hitsSinceClear = false;
   };
 
+  // Indexes found through Chip::byIndex (below: a table's indexes are the
+  // lowest free ones, so they stay small); others through the map.
+  static constexpr std::uint32_t kDirectIndexes = 1U << 20;
   // The entry at index, in the table or outside it; null when none.
   static ReplicationEntry* entryAt(Chip& c, std::uint32_t index);
   static ReplicationEntry const* entryAt(Chip const& c, std::uint32_t index);
