@@ -150,14 +150,12 @@ void SimRunner::apply(Scenario::Event const& e) {
       endBatch();
       break;
     }
-    case EventKind::addRoute: {
-      // An event made on the fly (runEvent) is gone once it has run.
-      auto const& own = scenario_.events;
-      bool const kept = !own.empty() && std::less_equal<>()(&own.front(), &e) && std::less_equal<>()(&e, &own.back());
-      addRoute(e.route, kept);
+    case EventKind::addRoute:
+      // An event made on the fly (runEvent) is gone once it has run: only the scenario's own are kept by address.
+      addRoute(e.route, !scenario_.events.empty() && std::less_equal<>()(&scenario_.events.front(), &e) &&
+                            std::less_equal<>()(&e, &scenario_.events.back()));
       endBatch();
       break;
-    }
     case EventKind::removeRoute:
       removeRoute(e.vrf, e.key);
       endBatch();
@@ -185,11 +183,7 @@ void SimRunner::apply(Scenario::Event const& e) {
 }
 
 void SimRunner::addRoute(MrouteLib::DesiredRoute const& route, bool kept) {
-  if (kept) {
-    desired_.kept(route);
-  } else {
-    desired_.copied(route);
-  }
+  kept ? desired_.kept(route) : desired_.copied(route);
   agent_->programmer().routeIs(route);
 }
 
