@@ -294,7 +294,10 @@ class FALMROUTE_EXPORT RouteProgrammer : public Vex::RefCounted {
   // or waits. fresh: a new attempt begins.
   void asyncStep(ChipState& cs, std::size_t slot, RouteRecord& rec, AsyncRoute& ar, bool fresh);
   void asyncBind(ChipState& cs, std::size_t slot, RouteRecord& rec, AsyncRoute& ar, XactPtr const& groupXact);
-  // Deletes the chip's route of a re-add and lets its group go.
+  // Whether the chip holds the route in a form (accepting VLAN, RPA, flags)
+  // other than the wanted one, so that it must be deleted and added again.
+  static bool reAddNeeded(RouteRecord const& rec, ChipRoute const& cr, AsyncRoute const& ar);
+  // Deletes the chip's route of a re-add and lets its groups go.
   void deleteAsyncRoute(ChipState& cs, ChipRoute& cr, AsyncRoute& ar);
   void asyncBound(ChipState& cs, std::size_t slot, RouteRecord& rec, AsyncRoute& ar, XactPtr const& ingressXact);
   // Ends an attempt with failure (kFailureNone: programmed as wanted), and

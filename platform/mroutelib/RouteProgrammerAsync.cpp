@@ -98,10 +98,23 @@ void RouteProgrammer::programOnAsyncChip(std::size_t slot, RouteId const& id, Ro
   AsyncRoute& ar = it->second;
   if (inserted) ar.id = id;
   if (ar.wait) {
-    ar.again = true;
-    return;
+    if (!reAddNeeded(rec, rec.chip[slot], ar)) {
+      ar.again = true;
+      return;
+    }
+    // The chip's route in its old form (accepting VLAN, RPA, flags) is no
+    // longer wanted: the attempt waiting on it gives way to the re-add, which
+    // deletes it now rather than when the transaction completes.
+    asyncWaitEnd(rec, ar);
+    ar.again = false;
   }
   asyncStep(cs, slot, rec, ar, true);
+}
+
+bool RouteProgrammer::reAddNeeded(RouteRecord const& rec, ChipRoute const& cr, AsyncRoute const& ar) {
+  Bridging::VlanIdOrNone const vlan = rec.noRpf ? Bridging::VlanIdOrNone() : rec.acceptingVlan;
+  return !cr.handle.isNull() && (ar.vlan != vlan || ar.rpaId != asyncRpaId(rec.rpaId) || ar.bridge != rec.bridge ||
+                                 ar.fastdrop != rec.fastdrop);
 }
 
 void RouteProgrammer::asyncStep(ChipState& cs, std::size_t slot, RouteRecord& rec, AsyncRoute& ar, bool fresh) {
@@ -111,8 +124,7 @@ void RouteProgrammer::asyncStep(ChipState& cs, std::size_t slot, RouteRecord& re
   if (fresh) ar.since = now();
   Bridging::VlanIdOrNone const vlan = rec.noRpf ? Bridging::VlanIdOrNone() : rec.acceptingVlan;
   std::uint16_t const rpaId = asyncRpaId(rec.rpaId);
-  bool const reAdd = !cr.handle.isNull() &&
-                     (ar.vlan != vlan || ar.rpaId != rpaId || ar.bridge != rec.bridge || ar.fastdrop != rec.fastdrop);
+  bool const reAdd = reAddNeeded(rec, cr, ar);
   if (!reAdd && !cr.handle.isNull() && (rec.bridge || cr.bound == rec.oifSet)) {
     asyncAttemptEnd(cs, slot, rec, ar, kFailureNone);
     return;
@@ -138,7 +150,8 @@ void RouteProgrammer::asyncStep(ChipState& cs, std::size_t slot, RouteRecord& re
     }
     // Other routes of the chip hold a group that is shared (a route re-added
     // on its own group shares nothing).
-    if (cs.async->holders(set.get()) > (ar.group == set ? 1u : 0u)) ++groupsShared_;
+    std::uint32_t const own = (ar.group == set ? 1u : 0u) + (ar.pending == set ? 1u : 0u);
+    if (cs.async->holders(set.get()) > own) ++groupsShared_;
   }
   if (reAdd) deleteAsyncRoute(cs, cr, ar);
   if (cr.handle.isNull()) {
@@ -171,6 +184,9 @@ void RouteProgrammer::deleteAsyncRoute(ChipState& cs, ChipRoute& cr, AsyncRoute&
   cs.async->chip->doDeleteRoute(std::exchange(cr.handle, invalidRouteHandle));
   cr.bound = nullptr;
   cs.async->groupIs(ar, nullptr);
+  // A binding that was on its way was aborted with the route.
+  cs.async->pendingIs(ar, nullptr);
+  ar.pendingOifSet = nullptr;
 }
 
 void RouteProgrammer::asyncBind(ChipState& cs, std::size_t slot, RouteRecord& rec, AsyncRoute& ar,

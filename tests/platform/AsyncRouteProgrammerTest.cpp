@@ -470,6 +470,43 @@ TEST_F(AsyncRouteProgrammerTest, AttributeChangeWithNoGroupDeletesTheOldRouteAnd
   EXPECT_TRUE(status(kS1G1)->programmed());
 }
 
+// The accepting VLAN changes while the route's group (or its binding) is
+// still being written: the chip's route on the old VLAN is not wanted any
+// more and goes at once, not when the transaction completes.
+class AsyncAttributeChangeWhileWaitingTest : public AsyncRouteProgrammerTest,
+                                             public ::testing::WithParamInterface<bool> {};
+
+TEST_P(AsyncAttributeChangeWhileWaitingTest, DeletesTheOldRouteAtOnceAndReAddsIt) {
+  bool const ingress = GetParam();
+  programmer->routeIs(route(kS1G1, {"Ethernet1.10"}));
+  if (ingress) completeGroup({"Ethernet1.10"});
+  chip->takeCalls();
+  programmer->routeIs(route(kS1G1, {"Ethernet1.10"}, 200));
+  Calls expected{"allocGroup Ethernet1.10 vrf 7 -> g0", "delete h0",
+                 "allocRoute red (10.0.0.1, 239.1.1.1) vlan 200 rpa 0 -> h1"};
+  if (ingress) expected.push_back("bind h1 g0 after its group");
+  EXPECT_EQ(chip->takeCalls(), expected);
+  EXPECT_EQ(programmer->routesWaiting(), 1u);
+  // The old attempt's completion is nobody's any more.
+  if (ingress) {
+    chip->ingress.at(0)->succeededIs();
+    turn();
+  } else {
+    completeGroup({"Ethernet1.10"});
+    EXPECT_EQ(chip->takeCalls(), (Calls{"bind h1 g0 after its group"}));
+  }
+  EXPECT_TRUE(chip->takeCalls().empty());
+  chip->completeIngress(1);
+  turn();
+  EXPECT_TRUE(status(kS1G1)->programmed());
+  EXPECT_EQ(programmer->routeHandle(chip.get(), "red", kS1G1), RouteHandle(1));
+  EXPECT_EQ(programmer->routesWaiting(), 0u);
+  EXPECT_EQ(programmer->groupsShared(), 0u);  // its own group, not another route's
+}
+
+INSTANTIATE_TEST_SUITE_P(Waiting, AsyncAttributeChangeWhileWaitingTest, ::testing::Values(false, true),
+                         [](auto const& info) { return info.param ? "ForItsBinding" : "ForItsGroup"; });
+
 TEST_F(AsyncRouteProgrammerTest, ChipAddedLaterProgramsEveryRouteAndLeavesWithThem) {
   programmed(route(kS1G1, {"Ethernet1.10"}), 0);
   auto other = Vex::make<FakeAsyncChip>("async1");
