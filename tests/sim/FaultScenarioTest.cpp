@@ -110,6 +110,14 @@ INSTANTIATE_TEST_SUITE_P(
                     EXPECT_EQ(r.expectationsMet, 2u * 2u);  // both flows on both chips
                     for (std::uint32_t c = 0; c < 2; ++c) EXPECT_EQ(runner.chip().routes(c).size(), 1u);
                   }},
+        FaultCase{"async-restart-attribute-change.json",
+                  [](SimRunner& runner, SimReport const& r) {
+                    EXPECT_EQ(r.restarts, 1u);
+                    // The asynchronous chip holds the route once, on its new VLAN.
+                    auto const& routes = runner.chip().routes(1);
+                    ASSERT_EQ(routes.size(), 1u);
+                    EXPECT_EQ(routes.begin()->second.acceptingVlan, Bridging::VlanIdOrNone(30));
+                  }},
         FaultCase{"set-traffic-prefix-sources.json",
                   [](SimRunner&, SimReport const& r) {
                     // From 10.0.0.9 both flows take the noRpf prefix route (one
