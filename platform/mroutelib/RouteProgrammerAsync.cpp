@@ -15,6 +15,12 @@ namespace {
 // The route programmer's "none"; the chip's route table has 0 for it.
 std::uint16_t asyncRpaId(std::uint16_t rpaId) { return rpaId == DesiredRoute::kRpaIdNone ? 0 : rpaId; }
 
+// A route that skips the RPF check accepts on any VLAN: the chip's route and
+// its key carry none.
+Bridging::VlanIdOrNone asyncVlan(bool noRpf, Bridging::VlanIdOrNone acceptingVlan) {
+  return noRpf ? Bridging::VlanIdOrNone() : acceptingVlan;
+}
+
 }  // namespace
 
 Vex::Seconds RouteProgrammer::now() const {
@@ -86,7 +92,7 @@ RouteKeyInfo RouteProgrammer::routeKeyInfo(ChipState const& cs, RouteId const& i
     if (auto vrf = cs.async->vrfIds->vrfStatus(id.vrfName)) info.vrfId = vrf->vrfId();
   }
   info.routeKeyType = static_cast<std::uint8_t>(id.key.kind());
-  info.acceptingVlan = rec.noRpf ? Bridging::VlanIdOrNone() : rec.acceptingVlan;
+  info.acceptingVlan = asyncVlan(rec.noRpf, rec.acceptingVlan);
   info.bridge = rec.bridge;
   info.fastdrop = rec.fastdrop;
   return info;
@@ -112,7 +118,7 @@ void RouteProgrammer::programOnAsyncChip(std::size_t slot, RouteId const& id, Ro
 }
 
 bool RouteProgrammer::reAddNeeded(RouteRecord const& rec, ChipRoute const& cr, AsyncRoute const& ar) {
-  Bridging::VlanIdOrNone const vlan = rec.noRpf ? Bridging::VlanIdOrNone() : rec.acceptingVlan;
+  Bridging::VlanIdOrNone const vlan = asyncVlan(rec.noRpf, rec.acceptingVlan);
   return !cr.handle.isNull() && (ar.vlan != vlan || ar.rpaId != asyncRpaId(rec.rpaId) || ar.bridge != rec.bridge ||
                                  ar.fastdrop != rec.fastdrop);
 }
@@ -122,7 +128,7 @@ void RouteProgrammer::asyncStep(ChipState& cs, std::size_t slot, RouteRecord& re
   ChipRoute& cr = rec.chip[slot];
   RouteId const& id = ar.id;
   if (fresh) ar.since = now();
-  Bridging::VlanIdOrNone const vlan = rec.noRpf ? Bridging::VlanIdOrNone() : rec.acceptingVlan;
+  Bridging::VlanIdOrNone const vlan = asyncVlan(rec.noRpf, rec.acceptingVlan);
   std::uint16_t const rpaId = asyncRpaId(rec.rpaId);
   bool const reAdd = reAddNeeded(rec, cr, ar);
   if (!reAdd && !cr.handle.isNull() && (rec.bridge || cr.bound == rec.oifSet)) {
