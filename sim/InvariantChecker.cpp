@@ -234,7 +234,11 @@ std::vector<std::string> InvariantChecker::check(SimAgent const& agent, WantedRo
       }
       ++present;
       auto const* entry = r->oifSetIndex == 0 ? nullptr : chip.replicationEntry(c, r->oifSetIndex);
-      bool const asWanted = entry && entry->programmed &&
+      // The entry made for the wanted outputs, holding them or their
+      // fast-reroute form. An entry of other outputs whose rewritten form
+      // happens to be the same (a route waiting to be re-pointed, or parked,
+      // while the protected interface is down) is not the wanted one.
+      bool const asWanted = entry && entry->programmed && entry->allocatedSet() == want.outputs() &&
                             (entry->portVlanSet == want.outputs() || entry->portVlanSet == want.outputs().withFrrApplied());
       if (!asWanted) heldEverywhere[slot] = false;
     }

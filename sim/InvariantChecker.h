@@ -27,9 +27,10 @@
 //   transaction failed: the chip reported that, nobody retries it);
 // - the chip holds no route that nobody wants.
 // Per wanted route: its hardware route status exists and says programmed
-// exactly when every chip holds it as wanted (its entry written and
-// replicating to the wanted outputs, or to their fast-reroute form after a
-// failure).
+// exactly when every chip holds it as wanted (on the entry made for the
+// wanted outputs, written and replicating to them, or to their fast-reroute
+// form after a failure; another set's entry whose rewritten form is the same
+// is not the wanted one).
 // And anything the chip recorded as a violation since the last check.
 //
 // Apart from the chips: each flow a set's traffic makes for one of its routes

@@ -281,6 +281,7 @@ std::uint32_t ReferenceChipTables::entryAllocate(std::uint32_t chip, MrouteLib::
   }
   entry.index = index;
   entry.portVlanSet = pvs;
+  entry.allocatedWith.reset();
   entry.programmed = programmed;
   ++c.stats.allocations;
   c.stats.peakEntries = std::max<std::uint64_t>(c.stats.peakEntries, c.entries.size());
@@ -301,8 +302,12 @@ bool ReferenceChipTables::entryWrite(std::uint32_t chip, std::uint32_t index, Mr
     violation(violationPrefix(chip, op) + "rewrite of oifSetIndex " + std::to_string(index) + ", which is not programmed");
     return false;
   }
-  it->second.portVlanSet = pvs;
-  ++it->second.rewrites;
+  ReplicationEntry& entry = it->second;
+  if (!entry.allocatedWith && !(entry.portVlanSet == pvs)) {
+    entry.allocatedWith = std::make_unique<MrouteLib::PortVlanSet const>(std::move(entry.portVlanSet));
+  }
+  entry.portVlanSet = pvs;
+  ++entry.rewrites;
   ++c.stats.inPlaceRewrites;
   SIM_TRACE(6, "chip " << chip << " rewrote oifSetIndex " << index << " in place: " << pvs.pretty());
   return true;

@@ -47,6 +47,7 @@
 #include <array>
 #include <deque>
 #include <map>
+#include <memory>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -96,6 +97,12 @@ class ReferenceChipTables {
     std::uint32_t index = 0;
     MrouteLib::PortVlanSet portVlanSet;  // the outputs last written
     std::uint32_t rewrites = 0;          // in-place rewrites since allocation
+    // The outputs it was allocated with, kept by the first in-place rewrite
+    // that changed them (null until then). A fast-reroute rewrite leaves the
+    // entry standing for the set it was made for, and two sets can share a
+    // rewritten form: which set an entry is for is told by these.
+    std::unique_ptr<MrouteLib::PortVlanSet const> allocatedWith;
+    MrouteLib::PortVlanSet const& allocatedSet() const { return allocatedWith ? *allocatedWith : portVlanSet; }
     std::uint32_t routes = 0;            // routes of the chip pointing at it
     // Written to hardware. An asynchronous group is held (its index and
     // capacity taken) from its allocation, but forwards only once its

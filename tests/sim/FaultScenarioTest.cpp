@@ -118,6 +118,12 @@ INSTANTIATE_TEST_SUITE_P(
                     ASSERT_EQ(routes.size(), 1u);
                     EXPECT_EQ(routes.begin()->second.acceptingVlan, Bridging::VlanIdOrNone(30));
                   }},
+        FaultCase{"async-repoint-same-rewritten-form.json",
+                  [](SimRunner&, SimReport const& r) {
+                    EXPECT_EQ(r.interfaceFailures, 1u);
+                    EXPECT_EQ(r.routesProgrammed, 1u);
+                    EXPECT_EQ(r.expectationsMet, 2u);  // both chips on the new entry
+                  }},
         FaultCase{"set-traffic-prefix-sources.json",
                   [](SimRunner&, SimReport const& r) {
                     // From 10.0.0.9 both flows take the noRpf prefix route (one

@@ -103,6 +103,44 @@ TEST(InvariantCheckerTest, RouteEveryChipHoldsWhoseStatusSaysNotProgrammedIsRepo
             "events[1]: route [default] (*, 239.1.1.1): its status says not programmed, but every chip holds it as wanted");
 }
 
+// A route protected on Ethernet3 is held on its entry rewritten to the
+// backups; then it wants Ethernet3.20 alone, whose rewritten form is the same
+// backups. The synchronous chip's table is full, so the route is parked on its
+// old entry; the asynchronous chip is still writing the new group. Either way
+// the old entry is not the wanted one.
+class AnotherSetsRewrittenEntryTest : public ::testing::TestWithParam<char const*> {};
+
+TEST_P(AnotherSetsRewrittenEntryTest, IsNotTakenForTheWantedOne) {
+  std::string const flavour = GetParam();
+  char const* route = R"({"vrf": "default", "source": "*", "group": "ff3e::12", "acceptingVlan": 10,
+    "frr": {"protected": "Ethernet3", "backups": ["Ethernet6.20", "Ethernet8"]}, "outputs": )";
+  SimRunner runner = runnerFor(std::string(R"({"chips": {"count": 1, "flavour": ")") + flavour + R"("},
+    "interfaces": {"ethernet": ["Ethernet3", "Ethernet6", "Ethernet8"], "vlans": [10, 20]},
+    "events": [{"at": 1, "do": "addRoute", "route": )" + route + R"(["Ethernet3", "Ethernet3.20"]}},
+               {"at": 2, "do": "interfaceDown", "interface": "Ethernet3"},
+               {"at": 2.5, "do": "fault", "table": "replication", "forceFull": )" +
+                               (flavour == "sync" ? "true" : "false") + R"(},
+               {"at": 3, "do": "addRoute", "route": )" + route + R"(["Ethernet3.20"]}}]})");
+  runner.start();
+  while (runner.nextEvent() < runner.scenario().events.size()) ASSERT_TRUE(runner.step());
+  EXPECT_EQ(runner.report().violations, 0u) << runner.report().findings[0];
+  auto status = runner.agent().hwStatus(Netcore::AddressFamily::ipv6).vrfStatus(L3::VrfName("default"));
+  ASSERT_TRUE(status);
+  auto routeStatus = status->route(key("::/0", "ff3e::12"));
+  ASSERT_TRUE(routeStatus);
+  ASSERT_FALSE(routeStatus->programmed());
+  // The chip's entry replicates to the wanted outputs' rewritten form, but
+  // it was made for others: a status saying programmed is wrong.
+  routeStatus->programmedIs(true);
+  std::vector<std::string> const findings = InvariantChecker().check(runner.agent(), runner.desired());
+  EXPECT_NE(std::find(findings.begin(), findings.end(),
+                      "route [default] (*, ff3e::12): its status says programmed, but not every chip holds it as wanted"),
+            findings.end());
+}
+
+INSTANTIATE_TEST_SUITE_P(Flavours, AnotherSetsRewrittenEntryTest, ::testing::Values("sync", "async"),
+                         [](auto const& info) { return std::string(info.param); });
+
 struct FlowCase {
   char const* name;
   IpGenRouteKey key;
