@@ -1,6 +1,7 @@
 // Faults the invariant checker finds on its own, without a traffic
 // expectation: fast-reroute protection lost, a parked state nobody cleared,
-// set traffic that does not come from the route's sources.
+// a route's status that takes another set's rewritten entry for its own, set
+// traffic that does not come from the route's sources.
 #include "sim/InvariantChecker.h"
 
 #include <gtest/gtest.h>
