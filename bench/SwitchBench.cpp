@@ -84,10 +84,12 @@ struct Population {
     if (world.sw->routeSize() != routes || world.sw->inUseOifSetSize() != routes) ok = false;
     bareRoutes.reserve(routes);
     for (std::uint32_t i = 0; i < routes; ++i) bareRoutes.emplace(bareKey(i), handles[i]);
-    // The route programmer has a batch's keys in hand: neither side pays for making them.
+    // The route programmer has a batch's keys and OIF sets in hand: neither
+    // side pays for making them or for finding them in a list of a million.
     for (std::uint32_t j = 0; j < kBatch; ++j) {
       batchKeys.push_back(routeKey(routes + j));
       bareBatchKeys.push_back(bareKey(routes + j));
+      sharedBatchSets.push_back(sets[(j * 997U) % routes]);
     }
   }
 
@@ -97,6 +99,7 @@ struct Population {
   std::vector<RouteHandle> handles;
   std::vector<RouteHandle> batchHandles;
   std::vector<IpGenRouteKey> batchKeys;
+  std::vector<OifSetPtr> sharedBatchSets;  // programmed routes' sets, shared by the batch routes
   std::vector<Fal::RouteKeyVlanId> bareBatchKeys;
   BareRouteMap bareRoutes;  // the population's keys, as the route add's anchor holds them
   BareShareMap bareShare;   // the population's sets, as the share lookup's anchor holds them
@@ -115,7 +118,7 @@ Population& population(Hooks hooks, std::uint32_t routes) {
 }
 
 OifSetPtr const& batchSet(Population& pop, std::uint32_t j, bool newSet) {
-  return newSet ? pop.sets[pop.routes + j] : pop.sets[(j * 997U) % pop.routes];
+  return newSet ? pop.sets[pop.routes + j] : pop.sharedBatchSets[j];
 }
 
 void addBatch(Population& pop, bool newSet) {
