@@ -89,10 +89,15 @@ struct Population {
     sets.reserve(routes);
     asyncSets.reserve(routes);
     held.resize(routes);
+    // One flavour after the other: made in turns, each flavour's sets and
+    // records would sit beside the other's, and whichever runs first in an
+    // iteration would bring the other's into the cache with its own.
     for (std::uint32_t i = 0; i < routes; ++i) {
       sets.push_back(sync.registry->oifSetIs(outputs(i)));
-      asyncSets.push_back(async.registry->oifSetIs(outputs(i)));
       if (sync.addRoute(routeKey(i), sets[i]).isNull()) ok = false;
+    }
+    for (std::uint32_t i = 0; i < routes; ++i) {
+      asyncSets.push_back(async.registry->oifSetIs(outputs(i)));
       if (async.addRoute(routeKey(i), asyncSets[i], held[i]).isNull()) ok = false;
     }
     if (sync.sw->routeSize() != routes || async.sw->routeSize() != routes || async.sw->inUseOifSetSize() != routes) {
