@@ -9,8 +9,10 @@ namespace Fal::Mroute {
 
 AsyncMtableOifSet::AsyncMtableOifSet(Vex::Ptr<MrouteLib::OifSet const> oifSet, bool toCpu, std::uint32_t multicastId,
                                      AsyncMrouteSwitch* mrouteSwitch)
-    : oifSet_(std::move(oifSet)), link_(mrouteSwitch ? mrouteSwitch->link() : nullptr), multicastId_(multicastId),
-      toCpu_(toCpu) {}
+    : multicastId_(multicastId),
+      toCpu_(toCpu),
+      oifSet_(std::move(oifSet)),
+      link_(mrouteSwitch ? mrouteSwitch->link() : nullptr) {}
 
 // The record was freed when its last reference went; asking again only
 // traces. Its switch must not keep naming it once it is gone, nor its OIF

@@ -89,10 +89,9 @@ class FALMROUTE_EXPORT AsyncMtableOifSet : public MrouteLib::MtableOifSet {
   void zeroReferencesIs() override { doCleanup(); }
 
  private:
-  Vex::Ptr<MrouteLib::OifSet const> oifSet_;
-  Vex::Ptr<Vex::BackLink<AsyncMrouteSwitch>> link_;  // the switch's, shared by all its records
-  ZombieKey zombie_;
-  Vex::Seconds zombieLifetime_ = kDefaultZombieLifetime;
+  // What a share lookup reads (id, flags, zombie key) comes first, in the
+  // tail of the entity base and just after it: at a million records the
+  // lookup's read of the record then mostly stays within one cache line.
   std::uint32_t multicastId_;
   Routing::Multicast::Fib::RouteKeyType routeKeyType_ = Routing::Multicast::Fib::RouteKeyType::invalid;
   bool toCpu_;
@@ -100,6 +99,10 @@ class FALMROUTE_EXPORT AsyncMtableOifSet : public MrouteLib::MtableOifSet {
   bool skipDelete_ = false;
   bool deleted_ = false;
   bool dirty_ = false;
+  ZombieKey zombie_;
+  Vex::Seconds zombieLifetime_ = kDefaultZombieLifetime;
+  Vex::Ptr<MrouteLib::OifSet const> oifSet_;
+  Vex::Ptr<Vex::BackLink<AsyncMrouteSwitch>> link_;  // the switch's, shared by all its records
 };
 
 // Makes a record with its notifications on.
