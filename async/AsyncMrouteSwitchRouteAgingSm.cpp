@@ -288,6 +288,7 @@ void AsyncMrouteSwitchRouteAgingSm::doRouteAgingReview() {
       if (vlan.isNone() && !rs.pollWithoutVlan()) return;
       mrouteSwitch_->inUseRouteHandlePrefetch(AsyncMrouteSwitch::inUseRouteHandleKeyOf(key, vlan, vrfId));
     });
+    prefetch.prime(routeIt);
     for (; !routeIt.done(); ++routeIt) {
       if (visited == kRoutesPerSlice) {
         bookmark_ = routeIt.key();

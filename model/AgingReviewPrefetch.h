@@ -29,17 +29,34 @@ class AgingReviewPrefetch {
   // fetchNear(IpGenRouteKey const&, RouteStatus const&): a hint, no effect.
   explicit AgingReviewPrefetch(FetchNear fetchNear) : fetchNear_(std::move(fetchNear)) {}
 
+  // Once where the review starts or resumes in the VRF, with the review at
+  // `at`: what step() would have fetched for the routes up to there, so that
+  // a slice's first routes are not read one cold route after another.
+  void prime(VrfStatus::RouteColl::Iterator const& at) const {
+    for (std::size_t n = 0; n < kFar; ++n) {
+      auto const* e = at.peek(n);
+      if (!e) return;
+      fetchStatus(*e);
+    }
+    for (std::size_t n = 0; n < kNear; ++n) {
+      if (auto const* e = at.peek(n)) fetchNear_(e->first, *e->second);
+    }
+  }
+
   // Once per route reviewed, with the review at `at`.
   void step(VrfStatus::RouteColl::Iterator const& at) const {
-    if (auto const* far = at.peek(kFar)) {
-      auto const* rs = reinterpret_cast<char const*>(far->second.get());
-      __builtin_prefetch(rs);
-      __builtin_prefetch(rs + 64);
-    }
+    if (auto const* far = at.peek(kFar)) fetchStatus(*far);
     if (auto const* near = at.peek(kNear)) fetchNear_(near->first, *near->second);
   }
 
  private:
+  template <class Member>
+  static void fetchStatus(Member const& m) {
+    auto const* rs = reinterpret_cast<char const*>(m.second.get());
+    __builtin_prefetch(rs);
+    __builtin_prefetch(rs + 64);
+  }
+
   FetchNear fetchNear_;
 };
 
