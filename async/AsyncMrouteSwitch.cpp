@@ -185,8 +185,9 @@ void AsyncMrouteSwitch::doAllocateRoute(IpGenRouteKey const& routeKey, Bridging:
                                         L3::VrfName const& vrfName, bool fastdrop) {
   FAL_ASYNC_TRACE(8, callText("doAllocateRoute", routeKey, acceptingVlanId, bridgeAction, rpaIndex, vrfName, fastdrop));
   mrouteFailureReasonIs(kFailureNone);
-  // Both route tables' slots are cold reads at a million routes: fetched
-  // together, their misses overlap instead of following one another.
+  // Both route tables are cold reads at a million routes: asked for together
+  // (their control bytes and first slots), the misses overlap instead of
+  // following one another.
   route_.prefetch(routeKey);
   auto const vrfStatus = routingHwRouteStatus_ ? routingHwRouteStatus_->vrfStatus(vrfName) : nullptr;
   if (!vrfStatus) {

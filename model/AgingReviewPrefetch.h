@@ -35,7 +35,7 @@ class AgingReviewPrefetch {
   void prime(VrfStatus::RouteColl::Iterator const& at) const {
     for (std::size_t n = 0; n < kFar; ++n) {
       auto const* e = at.peek(n);
-      if (!e) return;
+      if (!e) break;
       fetchStatus(*e);
     }
     for (std::size_t n = 0; n < kNear; ++n) {
