@@ -141,9 +141,9 @@ Scenario::RouteSet RouteSetGenerator::generate(std::string name, Shape const& sh
   }
   VEX_ASSERT(draws.size() == wanted);
 
-  std::vector<MrouteLib::PortVlanSet> sets;
-  sets.reserve(draws.size());
-  for (auto const& d : draws) sets.push_back(toPortVlanSet(shape, d));
+  // Each distinct set once, shared by the routes that take it.
+  std::vector<MrouteLib::DesiredRoute> sets(draws.size());
+  for (std::size_t s = 0; s < draws.size(); ++s) sets[s].outputsIs(toPortVlanSet(shape, draws[s]));
 
   Scenario::RouteSet out;
   out.name = std::move(name);
@@ -158,7 +158,7 @@ Scenario::RouteSet RouteSetGenerator::generate(std::string name, Shape const& sh
     r.acceptingVlanIs(vlan);
     r.acceptingIntfIdIs(Netcore::IntfId::vlan(vlan.value()));
     std::size_t const s = i < sets.size() ? i : rng() % sets.size();
-    r.outputsIs(sets[s]);
+    r.outputsShare(sets[s]);
     out.routes.push_back(std::move(r));
   }
   return out;

@@ -14,7 +14,14 @@
 //   outputs are ignored;
 // - fastdrop, noRpf: programmed as they are;
 // - rpaId: the RPA index, kRpaIdNone (0xFFFF) when the route has none.
+//
+// The outputs are held by a shared pointer and copied on the first change
+// through a copy that shares them: a generated set of a million routes over a
+// few thousand distinct output sets holds those few thousand (a 128-byte
+// PortVlanSet each) instead of one per route. A reference from the mutable
+// outputs() is the route's own until the route is next copied.
 #include <cstdint>
+#include <memory>
 #include <ostream>
 #include <utility>
 
@@ -45,9 +52,14 @@ class FALMROUTE_EXPORT DesiredRoute {
   Netcore::IntfId acceptingIntfId() const { return acceptingIntfId_; }
   void acceptingIntfIdIs(Netcore::IntfId i) { acceptingIntfId_ = i; }
 
-  PortVlanSet const& outputs() const { return outputs_; }
-  PortVlanSet& outputs() { return outputs_; }
-  void outputsIs(PortVlanSet s) { outputs_ = std::move(s); }
+  PortVlanSet const& outputs() const { return outputs_ ? *outputs_ : noOutputs(); }
+  PortVlanSet& outputs() {
+    if (!outputs_ || outputs_.use_count() > 1) outputs_ = std::make_shared<PortVlanSet>(std::as_const(*this).outputs());
+    return *outputs_;
+  }
+  void outputsIs(PortVlanSet s) { outputs_ = std::make_shared<PortVlanSet>(std::move(s)); }
+  // The outputs of other, shared rather than copied.
+  void outputsShare(DesiredRoute const& other) { outputs_ = other.outputs_; }
 
   bool bridge() const { return bridge_; }
   void bridgeIs(bool b) { bridge_ = b; }
@@ -61,13 +73,18 @@ class FALMROUTE_EXPORT DesiredRoute {
   friend bool operator==(DesiredRoute const& a, DesiredRoute const& b) {
     return a.acceptingVlan_ == b.acceptingVlan_ && a.acceptingIntfId_ == b.acceptingIntfId_ && a.rpaId_ == b.rpaId_ &&
            a.bridge_ == b.bridge_ && a.fastdrop_ == b.fastdrop_ && a.noRpf_ == b.noRpf_ && a.key_ == b.key_ &&
-           a.vrfName_ == b.vrfName_ && a.outputs_ == b.outputs_;
+           a.vrfName_ == b.vrfName_ && (a.outputs_ == b.outputs_ || a.outputs() == b.outputs());
   }
 
  private:
+  static PortVlanSet const& noOutputs() {
+    static PortVlanSet const none;
+    return none;
+  }
+
   L3::VrfName vrfName_;
   Routing::Multicast::Fib::IpGenRouteKey key_;
-  PortVlanSet outputs_;
+  std::shared_ptr<PortVlanSet> outputs_;  // null: none
   Netcore::IntfId acceptingIntfId_;
   Bridging::VlanIdOrNone acceptingVlan_;
   std::uint16_t rpaId_ = kRpaIdNone;
