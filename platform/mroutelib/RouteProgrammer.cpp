@@ -42,7 +42,7 @@ std::size_t RouteProgrammer::routesProgrammed() const { return chips_.empty() ? 
 void RouteProgrammer::routeIs(DesiredRoute const& route) {
   BusyScope busy(*this);
   OifSetPtr oifSet = route.bridge() ? OifSetPtr() : registry_->oifSetIs(route.outputs());
-  auto [it, inserted] = routes_.try_emplace(RouteId{route.vrfName(), route.key()});
+  auto [it, inserted] = routes_.try_emplace(RouteId{&*vrfNames_.insert(route.vrfName()).first, route.key()});
   RouteId const& id = it->first;
   RouteRecord& rec = it->second;
   bool reAdd = false;
@@ -72,21 +72,23 @@ void RouteProgrammer::routeIs(DesiredRoute const& route) {
   // when a handle appears) finds the new one, not programmed yet, before the
   // chips are asked.
   if (inserted) {
-    if (auto* status = statusOf(id.key)) status->vrfStatusIs(id.vrfName)->routeIs(id.key)->acceptingIntfIdIs(rec.acceptingIntfId);
+    if (auto* status = statusOf(id.key)) status->vrfStatusIs(*id.vrfName)->routeIs(id.key)->acceptingIntfIdIs(rec.acceptingIntfId);
   }
   for (std::size_t slot = 0; slot < chips_.size(); ++slot) programOnChip(slot, id, rec, reAdd);
   writeStatus(id, rec);
 }
 
 void RouteProgrammer::routeDel(L3::VrfName const& vrfName, Routing::Multicast::Fib::IpGenRouteKey const& key) {
-  auto it = routes_.find(RouteId{vrfName, key});
+  auto const known = routeIdOf(vrfName, key);
+  if (!known) return;
+  auto it = routes_.find(*known);
   if (it == routes_.end()) return;
   BusyScope busy(*this);
   RouteId const& id = it->first;
   RouteRecord& rec = it->second;
   for (std::size_t slot = 0; slot < chips_.size(); ++slot) routeDelOnChip(slot, id, rec);
   if (auto* status = statusOf(id.key)) {
-    if (auto vrf = status->vrfStatus(id.vrfName)) vrf->routeDel(id.key);
+    if (auto vrf = status->vrfStatus(*id.vrfName)) vrf->routeDel(id.key);
   }
   routes_.erase(it);
 }
@@ -111,9 +113,18 @@ void RouteProgrammer::programOnChip(std::size_t slot, RouteId const& id, RouteRe
   }
 }
 
+std::optional<RouteProgrammer::RouteId> RouteProgrammer::routeIdOf(L3::VrfName const& vrfName,
+                                                                  Routing::Multicast::Fib::IpGenRouteKey const& key) const {
+  auto const name = vrfNames_.find(vrfName);
+  if (name == vrfNames_.end()) return std::nullopt;
+  return RouteId{&*name, key};
+}
+
 RouteProgrammer::RouteRecord const* RouteProgrammer::record(L3::VrfName const& vrfName,
                                                             Routing::Multicast::Fib::IpGenRouteKey const& key) const {
-  auto it = routes_.find(RouteId{vrfName, key});
+  auto const id = routeIdOf(vrfName, key);
+  if (!id) return nullptr;
+  auto it = routes_.find(*id);
   return it == routes_.end() ? nullptr : &it->second;
 }
 
@@ -178,7 +189,7 @@ void RouteProgrammer::writeStatus(RouteId const& id, RouteRecord const& rec) {
       break;
     }
   }
-  auto route = status->vrfStatusIs(id.vrfName)->routeIs(id.key);
+  auto route = status->vrfStatusIs(*id.vrfName)->routeIs(id.key);
   route->acceptingIntfIdIs(rec.acceptingIntfId);
   // The reason first, so that whoever watches programmed reads the reason that goes with it.
   route->failureReasonIs(failure);

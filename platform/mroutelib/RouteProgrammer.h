@@ -88,11 +88,13 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <utility>
 #include <vector>
 
 #include "absl/container/btree_map.h"
 #include "absl/container/node_hash_map.h"
+#include "absl/container/node_hash_set.h"
 #include "absl/container/inlined_vector.h"
 #include "platform/fib/IpGenRouteKey.h"
 #include "platform/fib/hardware/Status.h"
@@ -196,13 +198,16 @@ class FALMROUTE_EXPORT RouteProgrammer : public Vex::RefCounted {
   // whatever the flags say).
   static constexpr std::uint8_t kRetryKick = 1U << 4;
 
+  // The VRF is named by its one interned copy (vrfNames_): a pointer per
+  // route instead of a 32-byte string, compared as a pointer. Hashed by the
+  // name itself, so the routes keep the order a name's hash gives them.
   struct RouteId {
-    L3::VrfName vrfName;
+    L3::VrfName const* vrfName;
     Routing::Multicast::Fib::IpGenRouteKey key;
     friend bool operator==(RouteId const&, RouteId const&) = default;
     template <typename H>
     friend H AbslHashValue(H h, RouteId const& r) {
-      return H::combine(std::move(h), r.vrfName.stringValue(), r.key.hash());
+      return H::combine(std::move(h), r.vrfName->stringValue(), r.key.hash());
     }
   };
   // One route on one chip. A valid handle with a failure is a route whose
@@ -270,6 +275,8 @@ class FALMROUTE_EXPORT RouteProgrammer : public Vex::RefCounted {
   std::size_t slotOf(Vex::Entity const* chip) const;
   // Every route, in the order they were wanted.
   std::vector<RouteMap::value_type*> routesInWantedOrder();
+  // The id of a route in a VRF some route was wanted in; none otherwise.
+  std::optional<RouteId> routeIdOf(L3::VrfName const& vrfName, Routing::Multicast::Fib::IpGenRouteKey const& key) const;
   RouteRecord const* record(L3::VrfName const& vrfName, Routing::Multicast::Fib::IpGenRouteKey const& key) const;
   void programOnChip(std::size_t slot, RouteId const& id, RouteRecord& rec, bool reAdd);
   void routeDelOnChip(std::size_t slot, RouteId const& id, RouteRecord& rec);
@@ -316,6 +323,9 @@ class FALMROUTE_EXPORT RouteProgrammer : public Vex::RefCounted {
   Vex::Ptr<OifSetRegistry> registry_;
   Vex::Ptr<HardwareStatus> v4Status_;
   Vex::Ptr<HardwareStatus> v6Status_;
+  // Every VRF name a route was ever wanted in, once (a handful); route ids
+  // point at them, so they outlive the routes and the chips' parked ids.
+  absl::node_hash_set<L3::VrfName> vrfNames_;
   // Declared after the registry: the routes' OifSets go first.
   RouteMap routes_;
   std::vector<std::unique_ptr<ChipState>> chips_;

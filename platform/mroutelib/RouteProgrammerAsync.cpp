@@ -89,7 +89,7 @@ void RouteProgrammer::routeDelOnChip(std::size_t slot, RouteId const& id, RouteR
 RouteKeyInfo RouteProgrammer::routeKeyInfo(ChipState const& cs, RouteId const& id, RouteRecord const& rec) const {
   RouteKeyInfo info;
   if (cs.async->vrfIds) {
-    if (auto vrf = cs.async->vrfIds->vrfStatus(id.vrfName)) info.vrfId = vrf->vrfId();
+    if (auto vrf = cs.async->vrfIds->vrfStatus(*id.vrfName)) info.vrfId = vrf->vrfId();
   }
   info.routeKeyType = static_cast<std::uint8_t>(id.key.kind());
   info.acceptingVlan = asyncVlan(rec.noRpf, rec.acceptingVlan);
@@ -162,7 +162,7 @@ void RouteProgrammer::asyncStep(ChipState& cs, std::size_t slot, RouteRecord& re
   if (reAdd) deleteAsyncRoute(cs, cr, ar);
   if (cr.handle.isNull()) {
     ++programmingCalls_;
-    chip.doAllocateRoute(id.key, vlan, rec.bridge, rpaId, id.vrfName, rec.fastdrop);
+    chip.doAllocateRoute(id.key, vlan, rec.bridge, rpaId, *id.vrfName, rec.fastdrop);
     RouteHandle const handle = chip.routeHandle();
     if (handle.isNull()) {
       std::uint32_t const failure = chip.mrouteFailureReason();
@@ -235,7 +235,7 @@ void RouteProgrammer::asyncAttemptEnd(ChipState& cs, std::size_t slot, RouteReco
                                       std::uint32_t failure) {
   longestWait_ = std::max(longestWait_, now() - ar.since);
   if (failure != kFailureNone) {
-    ROUTE_PROGRAMMER_TRACE(2, "Parking route: " << ar.id.vrfName << ' ' << ar.id.key << ", switch: " << cs.name()
+    ROUTE_PROGRAMMER_TRACE(2, "Parking route: " << *ar.id.vrfName << ' ' << ar.id.key << ", switch: " << cs.name()
                                                 << ", failure: 0x" << std::hex << failure << std::dec);
   }
   chipFailureIs(slot, ar.id, rec, failure);

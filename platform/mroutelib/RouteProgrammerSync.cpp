@@ -107,7 +107,7 @@ void RouteProgrammer::programOnSyncChip(std::size_t slot, RouteId const& id, Rou
     // Parked while its outputs were elsewhere; now they are back to those it
     // still replicates through (an entry the chip may have rewritten for
     // fast reroute meanwhile): nothing to program.
-    ROUTE_PROGRAMMER_TRACE(5, "Route back on its bound outputs: " << id.vrfName << ' ' << id.key
+    ROUTE_PROGRAMMER_TRACE(5, "Route back on its bound outputs: " << *id.vrfName << ' ' << id.key
                                                                   << ", switch: " << chip.name());
     chipFailureIs(slot, id, rec, kFailureNone);
     return;
@@ -124,7 +124,7 @@ void RouteProgrammer::programOnSyncChip(std::size_t slot, RouteId const& id, Rou
     }
     if (!set) {
       // Keeps replicating to its old set until the new one fits.
-      ROUTE_PROGRAMMER_TRACE(2, "Parking route, no oif set: " << id.vrfName << ' ' << id.key
+      ROUTE_PROGRAMMER_TRACE(2, "Parking route, no oif set: " << *id.vrfName << ' ' << id.key
                                                               << ", switch: " << chip.name());
       chipFailureIs(slot, id, rec, kFailureReplicationTableFull);
       return;
@@ -142,19 +142,19 @@ void RouteProgrammer::programOnSyncChip(std::size_t slot, RouteId const& id, Rou
     cr.bound = nullptr;
   }
   if (!rec.bridge && !set) {
-    ROUTE_PROGRAMMER_TRACE(2, "Parking route, no oif set: " << id.vrfName << ' ' << id.key
+    ROUTE_PROGRAMMER_TRACE(2, "Parking route, no oif set: " << *id.vrfName << ' ' << id.key
                                                             << ", switch: " << chip.name());
     chipFailureIs(slot, id, rec, kFailureReplicationTableFull);
     return;
   }
   ++programmingCalls_;
-  chip.doAllocateRoute(id.key, rec.acceptingVlan, rec.bridge, set, rec.fastdrop, rec.noRpf, rec.rpaId, id.vrfName);
+  chip.doAllocateRoute(id.key, rec.acceptingVlan, rec.bridge, set, rec.fastdrop, rec.noRpf, rec.rpaId, *id.vrfName);
   RouteHandle const handle = chip.handleResult();
   if (handle.isNull()) {
     std::uint32_t failure = kFailureOther;
     if (rec.bridge && !chip.boundaryTcamFree()) failure = kFailureBoundaryTableFull;
     if (!rec.bridge && !chip.mrouteTcamFree()) failure = kFailureRouteTableFull;
-    ROUTE_PROGRAMMER_TRACE(2, "Parking route, no handle: " << id.vrfName << ' ' << id.key << ", switch: "
+    ROUTE_PROGRAMMER_TRACE(2, "Parking route, no handle: " << *id.vrfName << ' ' << id.key << ", switch: "
                                                            << chip.name() << ", failure: " << failure);
     chipFailureIs(slot, id, rec, failure);
     return;
