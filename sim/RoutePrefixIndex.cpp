@@ -18,8 +18,7 @@ std::array<std::uint8_t, 16> maskedBytes(std::array<std::uint8_t, 16> bytes, uns
 
 }  // namespace
 
-RoutePrefixIndex::RoutePrefixIndex(KeyOf keyOf, void const* owner)
-    : keyOf_(keyOf), owner_(owner), firsts_(0, ByKey{this}, ByKey{this}) {}
+RoutePrefixIndex::RoutePrefixIndex(KeyOf keyOf, void const* owner) : keyOf_(keyOf), owner_(owner) {}
 
 RoutePrefixIndex::LookupKey RoutePrefixIndex::lookupKey(std::uint16_t vrfId, IpGenRouteKey const& key) {
   LookupKey k;
@@ -37,9 +36,48 @@ RoutePrefixIndex::LookupKey RoutePrefixIndex::lookupKeyOf(std::uint32_t h) const
   return lookupKey(e.vrfId, *e.key);
 }
 
+std::uint32_t RoutePrefixIndex::hashOf(LookupKey const& k) {
+  std::uint64_t const h = absl::Hash<LookupKey>()(k);
+  return static_cast<std::uint32_t>(h ^ (h >> 32));
+}
+
+std::size_t RoutePrefixIndex::slotOf(LookupKey const& k, std::uint32_t hash) const {
+  std::size_t const mask = slots_.size() - 1;
+  for (std::size_t i = hash & mask;; i = (i + 1) & mask) {
+    Slot const& s = slots_[i];
+    if (s.handle == kNone || (s.hash == hash && lookupKeyOf(s.handle) == k)) return i;
+  }
+}
+
 std::uint32_t RoutePrefixIndex::firstOf(LookupKey const& k) const {
-  auto it = firsts_.find(k);
-  return it == firsts_.end() ? kNone : *it;
+  return slots_.empty() ? kNone : slots_[slotOf(k, hashOf(k))].handle;
+}
+
+void RoutePrefixIndex::slotErase(std::size_t i) {
+  std::size_t const mask = slots_.size() - 1;
+  // A later slot of the run moves into the hole unless its home lies
+  // (cyclically) after the hole, up to itself.
+  for (std::size_t j = (i + 1) & mask; slots_[j].handle != kNone; j = (j + 1) & mask) {
+    std::size_t const home = slots_[j].hash & mask;
+    if (((j - home) & mask) >= ((j - i) & mask)) {
+      slots_[i] = slots_[j];
+      i = j;
+    }
+  }
+  slots_[i] = Slot{};
+  --used_;
+}
+
+void RoutePrefixIndex::grow() {
+  std::vector<Slot> old(slots_.empty() ? 16 : 2 * slots_.size());
+  old.swap(slots_);
+  std::size_t const mask = slots_.size() - 1;
+  for (Slot const& s : old) {
+    if (s.handle == kNone) continue;
+    std::size_t i = s.hash & mask;
+    while (slots_[i].handle != kNone) i = (i + 1) & mask;
+    slots_[i] = s;
+  }
 }
 
 std::uint32_t RoutePrefixIndex::next(std::uint32_t h) const {
@@ -50,9 +88,14 @@ std::uint32_t RoutePrefixIndex::next(std::uint32_t h) const {
 
 void RoutePrefixIndex::add(RouteHandle h) {
   LookupKey const k = lookupKeyOf(h.value());
-  std::uint32_t last = firstOf(k);
+  std::uint32_t const hash = hashOf(k);
+  // At most seven eighths full: probe runs stay short.
+  if ((used_ + 1) * 8 > slots_.size() * 7) grow();
+  std::size_t const i = slotOf(k, hash);
+  std::uint32_t last = slots_[i].handle;
   if (last == kNone) {
-    firsts_.insert(h.value());
+    slots_[i] = Slot{h.value(), hash};
+    ++used_;
   } else {
     for (std::uint32_t n = next(last); n != kNone; n = next(n)) last = n;
     next_[last] = h.value();
@@ -62,15 +105,18 @@ void RoutePrefixIndex::add(RouteHandle h) {
 
 void RoutePrefixIndex::remove(RouteHandle h) {
   LookupKey const k = lookupKeyOf(h.value());
-  std::uint32_t const first = firstOf(k);
+  if (slots_.empty()) return;
+  std::size_t const i = slotOf(k, hashOf(k));
+  std::uint32_t const first = slots_[i].handle;
   if (first == kNone) return;
   std::uint32_t const after = next(h.value());
   if (first == h.value()) {
-    // Its successor, if any, leads the key from now on.
-    firsts_.erase(firsts_.find(k));
+    // Its successor, if any, leads the key from now on (same key, same slot).
     if (after != kNone) {
       next_.erase(h.value());
-      firsts_.insert(after);
+      slots_[i].handle = after;
+    } else {
+      slotErase(i);
     }
   } else {
     std::uint32_t before = first;

@@ -9,12 +9,16 @@
 // The index holds handles only: a key is read from the table's own entry
 // (through the KeyOf the owner gives), so at a million routes it costs a
 // few bytes per route instead of a copy of every reduced key (40 bytes) and
-// a handle list per key. The first handle of a key is in the hash set; the
+// a handle list per key. The first handle of a key is in the hash table; the
 // others of the same key (other accepting VLANs) follow it in a chain, in the
 // order they were added. An entry must be in its table while its handle is
 // indexed: add it after storing the entry, remove it before erasing it.
+//
+// The hash table is the index's own: open addressing with linear probing,
+// each slot a handle and its key's 32-bit hash side by side. A lookup reads
+// one slot (no separate control bytes) and the entry of a slot whose hash
+// matches; growing rehashes from the stored hashes without reading entries.
 #include <absl/container/flat_hash_map.h>
-#include <absl/container/flat_hash_set.h>
 
 #include <array>
 #include <cstdint>
@@ -106,25 +110,29 @@ class RoutePrefixIndex {
       return a.groupLen > b.groupLen;
     }
   };
-  // Hashes and compares a handle by its entry's reduced key.
-  struct ByKey {
-    using is_transparent = void;
-    RoutePrefixIndex const* index;
-    std::size_t operator()(std::uint32_t h) const { return absl::Hash<LookupKey>()(index->lookupKeyOf(h)); }
-    std::size_t operator()(LookupKey const& k) const { return absl::Hash<LookupKey>()(k); }
-    bool operator()(std::uint32_t a, std::uint32_t b) const { return a == b; }
-    bool operator()(std::uint32_t h, LookupKey const& k) const { return index->lookupKeyOf(h) == k; }
-    bool operator()(LookupKey const& k, std::uint32_t h) const { return index->lookupKeyOf(h) == k; }
+  // A key's first handle (kNone: free) and the key's hash.
+  struct Slot {
+    std::uint32_t handle = kNone;
+    std::uint32_t hash = 0;
   };
 
   static LookupKey lookupKey(std::uint16_t vrfId, Routing::Multicast::Fib::IpGenRouteKey const& key);
+  static std::uint32_t hashOf(LookupKey const& k);
   LookupKey lookupKeyOf(std::uint32_t h) const;
+  // The slot holding the first handle of k, or the free slot ending its
+  // probe; the table is not empty.
+  std::size_t slotOf(LookupKey const& k, std::uint32_t hash) const;
   std::uint32_t firstOf(LookupKey const& k) const;
   std::uint32_t next(std::uint32_t h) const;
+  // Frees slot i, moving the probe run after it back.
+  void slotErase(std::size_t i);
+  // Twice the slots (16 at first), placed again from their stored hashes.
+  void grow();
 
   KeyOf keyOf_;
   void const* owner_;
-  absl::flat_hash_set<std::uint32_t, ByKey, ByKey> firsts_;
+  std::vector<Slot> slots_;  // a power of two of them, or none
+  std::size_t used_ = 0;
   // Handle -> the next handle of the same key.
   absl::flat_hash_map<std::uint32_t, std::uint32_t> next_;
   std::map<LengthPair, std::uint32_t> lengths_;
