@@ -8,12 +8,16 @@
 #include "absl/container/flat_hash_set.h"
 #include "platform/intf/IntfOperStatus.h"
 #include "sim/AsyncReferenceChip.h"
+#include "sim/LookAhead.h"
 
 namespace FalSim {
 
 namespace {
 
 using Routing::Multicast::Fib::IpGenRouteKey;
+
+// How many wanted routes ahead the walks over them fetch a route's slots.
+constexpr std::size_t kLookAhead = 8;
 
 std::string chipPrefix(std::uint32_t chip) { return "chip " + std::to_string(chip) + ": "; }
 
@@ -209,6 +213,7 @@ std::vector<std::string> InvariantChecker::check(SimAgent const& agent, WantedRo
     // Routes come by VRF: its id is looked up once per run of the same VRF.
     L3::VrfName const* lastVrf = nullptr;
     std::optional<Fal::VrfId> lastVrfId;
+    LookAhead ahead(desired.begin(), desired.end(), kLookAhead);
     for (auto const& want : desired) {
       std::size_t const slot = i++;
       if (!lastVrf || !(*lastVrf == want.vrfName())) {
@@ -216,6 +221,9 @@ std::vector<std::string> InvariantChecker::check(SimAgent const& agent, WantedRo
         lastVrfId = agent.l3Status().vrfNameToId(want.vrfName());
       }
       auto const& vrfId = lastVrfId;
+      if (auto const* later = ahead.next(); later && vrfId && later->vrfName() == want.vrfName()) {
+        chip.routePrefetch(c, static_cast<std::uint16_t>(*vrfId), later->key());
+      }
       if (!vrfId) {
         heldEverywhere[slot] = false;
         continue;
@@ -269,6 +277,7 @@ std::vector<std::string> InvariantChecker::check(SimAgent const& agent, WantedRo
   // Likewise the VRF's status, per family.
   L3::VrfName const* lastVrf = nullptr;
   Vex::Ptr<Routing::Multicast::Fib::Hardware::VrfStatus const> lastVrfStatus[2];
+  LookAhead ahead(desired.begin(), desired.end(), kLookAhead);
   for (auto const& want : desired) {
     std::size_t const slot = i++;
     if (!lastVrf || !(*lastVrf == want.vrfName())) {
@@ -276,6 +285,9 @@ std::vector<std::string> InvariantChecker::check(SimAgent const& agent, WantedRo
       for (auto af : {Netcore::AddressFamily::ipv4, Netcore::AddressFamily::ipv6}) {
         lastVrfStatus[af == Netcore::AddressFamily::ipv6] = agent.hwStatus(af).vrfStatus(want.vrfName());
       }
+    }
+    if (auto const* later = ahead.next(); later && later->vrfName() == want.vrfName()) {
+      if (auto const& vrf = lastVrfStatus[later->key().af() == Netcore::AddressFamily::ipv6]) vrf->routePrefetch(later->key());
     }
     auto const& vrf = lastVrfStatus[want.key().af() == Netcore::AddressFamily::ipv6];
     auto route = vrf ? vrf->route(want.key()) : nullptr;

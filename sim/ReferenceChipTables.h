@@ -215,6 +215,10 @@ class ReferenceChipTables {
   // (none for a noRpf route), or null.
   RouteEntry const* route(std::uint32_t chip, std::uint16_t vrfId, IpGenRouteKey const& key,
                           Bridging::VlanIdOrNone acceptingVlan) const;
+  // A hint that the routes of this VRF and key on chip will be looked up soon. No effect.
+  void routePrefetch(std::uint32_t chip, std::uint16_t vrfId, IpGenRouteKey const& key) const {
+    chipAt(chip).routeIndex.prefetch(vrfId, key);
+  }
   BoundaryEntry const* boundary(std::uint32_t chip, RouteHandle handle) const;
   HandleTable<BoundaryEntry> const& boundaries(std::uint32_t chip) const;
 

@@ -139,6 +139,10 @@ std::optional<RoutePrefixIndex::Handles> RoutePrefixIndex::find(std::uint16_t vr
   return Handles(this, first);
 }
 
+void RoutePrefixIndex::prefetch(std::uint16_t vrfId, IpGenRouteKey const& key) const {
+  if (!slots_.empty()) __builtin_prefetch(&slots_[hashOf(lookupKey(vrfId, key)) & (slots_.size() - 1)]);
+}
+
 void RoutePrefixIndex::matches(std::uint16_t vrfId, IpGenAddr const& source, IpGenAddr const& group,
                                std::vector<Handles>& out, bool firstOnly) const {
   if (source.af() != group.af()) return;

@@ -77,6 +77,8 @@ class RoutePrefixIndex {
   // The handles programmed for exactly this key (masked as a lookup compares
   // it), or none.
   std::optional<Handles> find(std::uint16_t vrfId, Routing::Multicast::Fib::IpGenRouteKey const& key) const;
+  // A hint that the key will be found soon: fetches its slot. No effect.
+  void prefetch(std::uint16_t vrfId, Routing::Multicast::Fib::IpGenRouteKey const& key) const;
   // Appends the handles of each key of vrfId covering (source, group), most
   // specific first (longest source, then longest group); only the first with
   // firstOnly.

@@ -141,6 +141,10 @@ class FlatHashColl {
     return i == npos ? nullptr : &slots_[i].kv.second;
   }
   bool contains(K const& key) const { return indexOf(key) != npos; }
+  // A hint that key will be looked up soon: fetches its home slot. No effect.
+  void prefetch(K const& key) const {
+    if (!slots_.empty()) __builtin_prefetch(&slots_[homeOf(hashOf(key))]);
+  }
 
   // Inserts or replaces; returns true when something changed.
   bool set(K const& key, V value) {

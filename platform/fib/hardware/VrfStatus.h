@@ -37,6 +37,8 @@ class FALMROUTE_EXPORT VrfStatus : public Vex::Entity {
     return r ? *r : nullptr;
   }
   Vex::Ptr<RouteStatus const> route(IpGenRouteKey const& key) const { return const_cast<VrfStatus*>(this)->route(key); }
+  // A hint that the route's status will be looked up soon. No effect.
+  void routePrefetch(IpGenRouteKey const& key) const { route_.prefetch(key); }
   // Returns the route's status, creating it (and notifying) when absent.
   Vex::Ptr<RouteStatus> routeIs(IpGenRouteKey const& key);
   void routeDel(IpGenRouteKey const& key);
