@@ -23,7 +23,7 @@ std::string violationPrefix(std::uint32_t chip, char const* op) {
 // ---- values ----
 
 bool ReferenceChipTables::RouteEntry::fastdropHit(VlanIdOrNone vlan) const {
-  return std::find(fastdropHits.begin(), fastdropHits.end(), vlan) != fastdropHits.end();
+  return fastdropHits && std::find(fastdropHits->begin(), fastdropHits->end(), vlan) != fastdropHits->end();
 }
 
 ReferenceChipTables::Statistics& ReferenceChipTables::Statistics::operator+=(Statistics const& o) {
@@ -464,7 +464,7 @@ void ReferenceChipTables::hitBitsClear(std::uint32_t chip) {
   if (!c.hitsSinceClear) return;
   c.routes.forEach([](RouteEntry& r) {
     r.hit = false;
-    r.fastdropHits.clear();
+    r.fastdropHits.reset();
   });
   c.hitsSinceClear = false;
 }
@@ -550,7 +550,8 @@ ReferenceChipTables::ForwardResult ReferenceChipTables::forwardWithReason(std::u
     for (RouteHandle h : handles) {
       RouteEntry& r = *c.routes.find(h);
       if (r.fastdrop && !r.fastdropHit(vlanIn)) {
-        r.fastdropHits.push_back(vlanIn);
+        if (!r.fastdropHits) r.fastdropHits = std::make_unique<std::vector<Bridging::VlanIdOrNone>>();
+        r.fastdropHits->push_back(vlanIn);
         c.hitsSinceClear = true;
       }
     }

@@ -123,8 +123,9 @@ class ReferenceChipTables {
     bool hit = false;
     // When the route last forwarded (the event loop's time); 0 when never.
     Vex::Seconds lastAccess = 0;
-    // VLANs on which the fast-drop entry of a fastdrop route was hit.
-    std::vector<Bridging::VlanIdOrNone> fastdropHits;
+    // VLANs on which the fast-drop entry of a fastdrop route was hit; null
+    // while none was (most routes: a pointer per route instead of a vector).
+    std::unique_ptr<std::vector<Bridging::VlanIdOrNone>> fastdropHits;
 
     bool fastdropHit(Bridging::VlanIdOrNone vlan) const;
   };
