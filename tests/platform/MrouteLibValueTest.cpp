@@ -1,11 +1,14 @@
-// The value types of the multicast route library: route handles, port-VLANs
-// and port-VLAN sets (identity, hashing, FRR rebuild, text forms).
+// The value types of the multicast route library: route handles, port-VLANs,
+// port-VLAN sets (identity, hashing, FRR rebuild, text forms) and desired
+// routes (copies that share outputs stay values).
 #include <gtest/gtest.h>
 
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "platform/mroutelib/DesiredRoute.h"
 #include "platform/mroutelib/PortVlan.h"
 #include "platform/mroutelib/PortVlanSet.h"
 #include "platform/mroutelib/RouteHandle.h"
@@ -216,6 +219,34 @@ TEST(MrouteLibRouteKeyInfo, StrepRoundTrips) {
                                         "'acceptingVlan': 4095, 'bridge': True, 'fastdrop': False})"),
                Vex::RangeException)
       << "the VLAN is checked on the way in";
+}
+
+// Copies of a route, and routes given another's outputs, hold one set of
+// outputs until one of them changes its own: the others keep theirs.
+TEST(MrouteLibDesiredRoute, CopiesSharingOutputsStayIndependentValues) {
+  DesiredRoute a(L3::VrfName("red"), Routing::Multicast::Fib::IpGenRouteKey(Netcore::IpGenPrefix("10.0.0.1/32"),
+                                                                             Netcore::IpGenPrefix("239.1.1.1/32")));
+  EXPECT_TRUE(a.outputs().empty());
+  a.outputs().portVlanIs(pv("Ethernet1.100"));
+  DesiredRoute b = a;
+  DesiredRoute c;
+  c.outputsShare(a);
+  EXPECT_EQ(&std::as_const(b).outputs(), &std::as_const(a).outputs()) << "a copy shares the outputs";
+  EXPECT_EQ(&std::as_const(c).outputs(), &std::as_const(a).outputs());
+  EXPECT_EQ(a, b);
+
+  b.outputs().portVlanIs(pv("Ethernet2.100"));
+  EXPECT_NE(a, b);
+  EXPECT_EQ(texts(std::as_const(a).outputs().portVlan()), (std::vector<std::string>{"Ethernet1.100"}));
+  EXPECT_EQ(texts(std::as_const(c).outputs().portVlan()), (std::vector<std::string>{"Ethernet1.100"}));
+  EXPECT_EQ(texts(std::as_const(b).outputs().portVlan()), (std::vector<std::string>{"Ethernet1.100", "Ethernet2.100"}));
+
+  a.outputsIs(PortVlanSet());
+  EXPECT_TRUE(std::as_const(a).outputs().empty());
+  EXPECT_EQ(texts(std::as_const(c).outputs().portVlan()), (std::vector<std::string>{"Ethernet1.100"}));
+  // No outputs and empty outputs are the same value.
+  DesiredRoute d(a.vrfName(), a.key());
+  EXPECT_EQ(a, d);
 }
 
 }  // namespace

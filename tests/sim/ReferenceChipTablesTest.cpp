@@ -142,6 +142,37 @@ TEST_F(ReferenceChipTablesTest, RouteTableWalksInHandleOrderWhileRoutesComeAndGo
   EXPECT_EQ(sent(sg(701), 10), Drop::none);
 }
 
+// Enough keys for the index to grow several times and its slots to collide
+// in runs; removals in a scrambled order move later slots of a run back, and
+// every key still held must be found by key afterwards, every removed one not.
+TEST_F(ReferenceChipTablesTest, KeyIndexFindsEveryHeldKeyThroughGrowthAndScrambledRemovals) {
+  constexpr std::uint32_t kRoutes = 3500;
+  std::vector<RouteHandle> handles;
+  for (std::uint32_t g = 0; g < kRoutes; ++g) handles.push_back(add(sg(g), 10));
+  std::vector<bool> held(kRoutes, true);
+  auto expectIndexMatchesHeld = [&](char const* when) {
+    for (std::uint32_t g = 0; g < kRoutes; ++g) {
+      auto const* r = tables_.route(0, kVrf, sg(g), VlanIdOrNone(10));
+      ASSERT_EQ(r != nullptr, held[g]) << when << ": group " << g;
+      if (r) EXPECT_EQ(r->handle, handles[g]) << when << ": group " << g;
+    }
+  };
+  expectIndexMatchesHeld("all added");
+  // A stride prime to the count visits every route once, far from key order.
+  for (std::uint32_t i = 0, g = 0; i < 2 * kRoutes / 3; ++i, g = (g + 1237) % kRoutes) {
+    tables_.routeDel(0, handles[g]);
+    held[g] = false;
+  }
+  expectIndexMatchesHeld("two thirds removed");
+  for (std::uint32_t g = 0; g < kRoutes; g += 2) {
+    if (held[g]) continue;
+    handles[g] = add(sg(g), 10);
+    held[g] = true;
+  }
+  expectIndexMatchesHeld("half of them back");
+  EXPECT_EQ(sent(sg(kRoutes - 2), 10), Drop::none);
+}
+
 MrouteLib::DesiredRoute wanted(char const* vrf, std::uint32_t group, std::uint32_t vlan) {
   MrouteLib::DesiredRoute r(L3::VrfName(vrf), sg(group));
   r.acceptingVlanIs(VlanIdOrNone(vlan));
