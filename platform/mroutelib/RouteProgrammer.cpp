@@ -32,7 +32,7 @@ std::size_t RouteProgrammer::slotOf(Vex::Entity const* chip) const {
 std::vector<RouteProgrammer::RouteMap::value_type*> RouteProgrammer::routesInWantedOrder() {
   std::vector<RouteMap::value_type*> out;
   out.reserve(routes_.size());
-  for (auto& entry : routes_) out.push_back(&entry);
+  routes_.forEach([&out](RouteMap::value_type& entry) { out.push_back(&entry); });
   std::sort(out.begin(), out.end(), [](auto const* a, auto const* b) { return a->second.wanted < b->second.wanted; });
   return out;
 }
@@ -81,8 +81,8 @@ void RouteProgrammer::routeIs(DesiredRoute const& route) {
 void RouteProgrammer::routeDel(L3::VrfName const& vrfName, Routing::Multicast::Fib::IpGenRouteKey const& key) {
   auto const known = routeIdOf(vrfName, key);
   if (!known) return;
-  auto it = routes_.find(*known);
-  if (it == routes_.end()) return;
+  auto* it = routes_.find(*known);
+  if (!it) return;
   BusyScope busy(*this);
   RouteId const& id = it->first;
   RouteRecord& rec = it->second;
@@ -124,8 +124,8 @@ RouteProgrammer::RouteRecord const* RouteProgrammer::record(L3::VrfName const& v
                                                             Routing::Multicast::Fib::IpGenRouteKey const& key) const {
   auto const id = routeIdOf(vrfName, key);
   if (!id) return nullptr;
-  auto it = routes_.find(*id);
-  return it == routes_.end() ? nullptr : &it->second;
+  auto const* it = routes_.find(*id);
+  return it ? &it->second : nullptr;
 }
 
 RouteHandle RouteProgrammer::routeHandle(Vex::Entity const* chip, L3::VrfName const& vrfName,

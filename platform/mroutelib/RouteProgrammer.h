@@ -93,13 +93,13 @@
 #include <vector>
 
 #include "absl/container/btree_map.h"
-#include "absl/container/node_hash_map.h"
 #include "absl/container/node_hash_set.h"
 #include "absl/container/inlined_vector.h"
 #include "platform/fib/IpGenRouteKey.h"
 #include "platform/fib/hardware/Status.h"
 #include "platform/fib/routing/RouteStatus.h"
 #include "platform/mroutelib/AsyncSwitchChip.h"
+#include "platform/mroutelib/DenseRecordMap.h"
 #include "platform/mroutelib/DesiredRoute.h"
 #include "platform/mroutelib/OifSet.h"
 #include "platform/mroutelib/OifSetRegistry.h"
@@ -231,11 +231,11 @@ class FALMROUTE_EXPORT RouteProgrammer : public Vex::RefCounted {
     bool fastdrop = false;
     bool noRpf = false;
   };
-  // A node per route: the table's slots are one pointer each, so at a
-  // million routes the table holds a pointer per slot instead of a whole
-  // record (144 bytes) per slot at its usual load, about half the bytes; and a
-  // record stays where it is while routes come and go.
-  using RouteMap = absl::node_hash_map<RouteId, RouteRecord>;
+  // Records in dense slots, found through a set of 4-byte slot numbers:
+  // at a million routes a record and a few bytes per route, where a node per
+  // record cost its allocation and a pointer slot besides; a record stays
+  // where it is while routes come and go.
+  using RouteMap = DenseRecordMap<RouteId, RouteRecord>;
 
   class VexSwitchChip;
   struct AsyncChip;

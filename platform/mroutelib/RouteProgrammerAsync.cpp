@@ -267,8 +267,8 @@ void RouteProgrammer::asyncXactDone(ChipState& cs, std::uint64_t wanted, bool in
   auto it = cs.async->routes.find(wanted);
   if (it == cs.async->routes.end()) return;
   AsyncRoute& ar = it->second;
-  auto rit = routes_.find(ar.id);
-  if (rit == routes_.end()) return;
+  auto* rit = routes_.find(ar.id);
+  if (!rit) return;
   RouteRecord& rec = rit->second;
   XactPtr const done = xact;  // the waiter that holds it goes now
   asyncWaitEnd(rec, ar);
@@ -307,8 +307,8 @@ void RouteProgrammer::asyncRetryPass(ChipState& cs) {
   std::size_t const slot = slotOf(cs.entity());
   if (!work.empty()) ROUTE_PROGRAMMER_TRACE(5, "Retrying parked routes: " << work.size() << ", switch: " << cs.name());
   for (auto const& [wanted, id] : work) {
-    auto it = routes_.find(id);
-    if (it == routes_.end() || it->second.chip[slot].failure == kFailureNone) continue;
+    auto* it = routes_.find(id);
+    if (!it || it->second.chip[slot].failure == kFailureNone) continue;
     auto ar = ac.routes.find(wanted);
     if (ar != ac.routes.end() && ar->second.wait) continue;  // a retry is on its way already
     ++retries_;

@@ -202,8 +202,8 @@ void RouteProgrammer::retryPass(ChipState& cs, std::uint8_t bits) {
   std::size_t const slot = slotOf(&chip);
   ROUTE_PROGRAMMER_TRACE(5, "Retrying parked routes: " << work.size() << ", switch: " << chip.name());
   for (auto const& [wanted, id] : work) {
-    auto it = routes_.find(id);
-    if (it == routes_.end() || it->second.chip[slot].failure == kFailureNone) continue;
+    auto* it = routes_.find(id);
+    if (!it || it->second.chip[slot].failure == kFailureNone) continue;
     ++retries_;
     programOnChip(slot, it->first, it->second, false);
     writeStatus(it->first, it->second);
