@@ -220,7 +220,9 @@ class FALMROUTE_EXPORT RouteProgrammer : public Vex::RefCounted {
   };
   struct RouteRecord {
     OifSetPtr oifSet;  // null for a boundary entry
-    absl::InlinedVector<ChipRoute, 2> chip;  // by chip slot
+    // By chip slot; one inline, the usual agent's one chip (16 bytes a route
+    // less than two inline), further chips on the heap.
+    absl::InlinedVector<ChipRoute, 1> chip;
     std::uint64_t wanted = 0;  // when the route was first wanted, counted in routes
     Netcore::IntfId acceptingIntfId;
     Bridging::VlanIdOrNone acceptingVlan;
