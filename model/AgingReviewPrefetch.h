@@ -7,11 +7,11 @@
 // are random in memory: reading them only when the review reaches the route
 // costs a full memory round trip each. The prefetcher looks at two routes
 // ahead of the review's position in the collection: at the farther one it
-// fetches the route status, at the nearer one (whose status has arrived by
-// then) it hands key and status to fetchNear, which starts the switch's
-// lookup. Only fetches are issued: the review reads and decides exactly as
-// without them, and a collection changed under the review (a stamp's reactor
-// may do that) gives no hint until the review moves on.
+// fetches the route status, at the nearer one (whose status, key included,
+// has arrived by then) it hands key and status to fetchNear, which starts
+// the switch's lookup. Only fetches are issued: the review reads and decides
+// exactly as without them, and a collection changed under the review (a
+// stamp's reactor may do that) gives no hint until the review moves on.
 #include <cstddef>
 #include <utility>
 
@@ -39,20 +39,20 @@ class AgingReviewPrefetch {
       fetchStatus(*e);
     }
     for (std::size_t n = 0; n < kNear; ++n) {
-      if (auto const* e = at.peek(n)) fetchNear_(e->first, *e->second);
+      if (auto const* e = at.peek(n)) fetchNear_((*e)->key(), **e);
     }
   }
 
   // Once per route reviewed, with the review at `at`.
   void step(VrfStatus::RouteColl::Iterator const& at) const {
     if (auto const* far = at.peek(kFar)) fetchStatus(*far);
-    if (auto const* near = at.peek(kNear)) fetchNear_(near->first, *near->second);
+    if (auto const* near = at.peek(kNear)) fetchNear_((*near)->key(), **near);
   }
 
  private:
-  template <class Member>
-  static void fetchStatus(Member const& m) {
-    auto const* rs = reinterpret_cast<char const*>(m.second.get());
+  // The status's first two lines: its key and what the review reads.
+  static void fetchStatus(VrfStatus::RouteColl::Member const& m) {
+    auto const* rs = reinterpret_cast<char const*>(m.get());
     __builtin_prefetch(rs);
     __builtin_prefetch(rs + 64);
   }

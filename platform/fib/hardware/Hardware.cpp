@@ -59,24 +59,23 @@ RouteStatus::FastdropColl::Iterator RouteStatus::fastdropIterator() const {
 }
 
 VrfStatus::~VrfStatus() {
-  for (auto const& [key, route] : route_) route->vrf_ = nullptr;
+  for (auto const& route : route_) route->vrf_ = nullptr;
 }
 
 Vex::Ptr<RouteStatus> VrfStatus::routeIs(IpGenRouteKey const& key) {
-  auto [slot, inserted] = route_.findOrInsert(key);
-  if (!inserted) return *slot;
-  *slot = Vex::make<RouteStatus>(key);
-  (*slot)->vrf_ = this;
-  Vex::Ptr<RouteStatus> r = *slot;
+  auto [route, inserted] = route_.findOrInsert(key, [&] { return Vex::make<RouteStatus>(key); });
+  Vex::Ptr<RouteStatus> r = route;
+  if (!inserted) return r;
+  route->vrf_ = this;
   notify(&Notifiee::onRoute, key);
   return r;
 }
 
 void VrfStatus::routeDel(IpGenRouteKey const& key) {
-  auto* slot = route_.find(key);
-  if (!slot) return;
+  RouteStatus* const route = route_.find(key);
+  if (!route) return;
   IpGenRouteKey const k = key;  // key may belong to the route being released
-  (*slot)->vrf_ = nullptr;
+  route->vrf_ = nullptr;
   route_.erase(k);
   notify(&Notifiee::onRoute, k);
 }

@@ -5,7 +5,8 @@
 // and can be positioned where a key stands even when that key has gone, so an
 // activity review can stop and resume at a bookmarked route. It is laid out
 // flat, in that order: a review of a million routes reads the collection
-// front to back instead of chasing one node per route.
+// front to back instead of chasing one node per route. A slot holds only the
+// route's hash and its status: the key is read from the status itself.
 #include <cstddef>
 
 #include "platform/fib/IpGenRouteKey.h"
@@ -13,7 +14,7 @@
 #include "platform/types/VrfName.h"
 #include "platform/vex/Entity.h"
 #include "platform/vex/Export.h"
-#include "platform/vex/FlatHashColl.h"
+#include "platform/vex/FlatEntityColl.h"
 #include "platform/vex/Ptr.h"
 
 namespace Routing::Multicast::Fib::Hardware {
@@ -24,7 +25,7 @@ class FALMROUTE_EXPORT VrfStatus : public Vex::Entity {
    public:
     virtual void onRoute(IpGenRouteKey const&) {}
   };
-  using RouteColl = Vex::FlatHashColl<IpGenRouteKey, Vex::Ptr<RouteStatus>>;
+  using RouteColl = Vex::FlatEntityColl<IpGenRouteKey, RouteStatus>;
 
   explicit VrfStatus(L3::VrfName name) : name_(std::move(name)) {}
   ~VrfStatus() override;
@@ -32,10 +33,7 @@ class FALMROUTE_EXPORT VrfStatus : public Vex::Entity {
   L3::VrfName const& name() const { return name_; }
 
   // The route's status, or null.
-  Vex::Ptr<RouteStatus> route(IpGenRouteKey const& key) {
-    auto const* r = route_.find(key);
-    return r ? *r : nullptr;
-  }
+  Vex::Ptr<RouteStatus> route(IpGenRouteKey const& key) { return route_.find(key); }
   Vex::Ptr<RouteStatus const> route(IpGenRouteKey const& key) const { return const_cast<VrfStatus*>(this)->route(key); }
   // A hint that the route's status will be looked up soon. No effect.
   void routePrefetch(IpGenRouteKey const& key) const { route_.prefetch(key); }
