@@ -1,7 +1,5 @@
 #include "platform/mroutelib/RouteProgrammer.h"
 
-#include <algorithm>
-
 #include "platform/mroutelib/RouteProgrammerAsync.h"
 #include "platform/mroutelib/RouteProgrammerTrace.h"
 #include "platform/net/AddressFamily.h"
@@ -29,22 +27,14 @@ std::size_t RouteProgrammer::slotOf(Vex::Entity const* chip) const {
   return kNoSlot;
 }
 
-std::vector<RouteProgrammer::RouteMap::value_type*> RouteProgrammer::routesInWantedOrder() {
-  std::vector<RouteMap::value_type*> out;
-  out.reserve(routes_.size());
-  routes_.forEach([&out](RouteMap::value_type& entry) { out.push_back(&entry); });
-  std::sort(out.begin(), out.end(), [](auto const* a, auto const* b) { return a->second.wanted < b->second.wanted; });
-  return out;
-}
-
 std::size_t RouteProgrammer::routesProgrammed() const { return chips_.empty() ? 0 : routes_.size() - routesUnsettled_; }
 
 void RouteProgrammer::routeIs(DesiredRoute const& route) {
   BusyScope busy(*this);
   OifSetPtr oifSet = route.bridge() ? OifSetPtr() : registry_->oifSetIs(route.outputs());
-  auto [it, inserted] = routes_.try_emplace(RouteId{&*vrfNames_.insert(route.vrfName()).first, route.key()});
-  RouteId const& id = it->first;
-  RouteRecord& rec = it->second;
+  RouteId const id = routes_.idIs(route.vrfName(), route.key());
+  auto [held, inserted] = routes_.try_emplace(id);
+  RouteRecord& rec = *held;
   bool reAdd = false;
   if (!inserted) {
     reAdd = rec.bridge != route.bridge() || rec.acceptingVlan != route.acceptingVlan() ||
@@ -79,18 +69,18 @@ void RouteProgrammer::routeIs(DesiredRoute const& route) {
 }
 
 void RouteProgrammer::routeDel(L3::VrfName const& vrfName, Routing::Multicast::Fib::IpGenRouteKey const& key) {
-  auto const known = routeIdOf(vrfName, key);
+  auto const known = routes_.idOf(vrfName, key);
   if (!known) return;
-  auto* it = routes_.find(*known);
-  if (!it) return;
+  RouteRecord* held = routes_.find(*known);
+  if (!held) return;
   BusyScope busy(*this);
-  RouteId const& id = it->first;
-  RouteRecord& rec = it->second;
+  RouteId const& id = *known;
+  RouteRecord& rec = *held;
   for (std::size_t slot = 0; slot < chips_.size(); ++slot) routeDelOnChip(slot, id, rec);
   if (auto* status = statusOf(id.key)) {
     if (auto vrf = status->vrfStatus(*id.vrfName)) vrf->routeDel(id.key);
   }
-  routes_.erase(it);
+  routes_.erase(id);
 }
 
 void RouteProgrammer::commit() {
@@ -113,19 +103,10 @@ void RouteProgrammer::programOnChip(std::size_t slot, RouteId const& id, RouteRe
   }
 }
 
-std::optional<RouteProgrammer::RouteId> RouteProgrammer::routeIdOf(L3::VrfName const& vrfName,
-                                                                  Routing::Multicast::Fib::IpGenRouteKey const& key) const {
-  auto const name = vrfNames_.find(vrfName);
-  if (name == vrfNames_.end()) return std::nullopt;
-  return RouteId{&*name, key};
-}
-
 RouteProgrammer::RouteRecord const* RouteProgrammer::record(L3::VrfName const& vrfName,
                                                             Routing::Multicast::Fib::IpGenRouteKey const& key) const {
-  auto const id = routeIdOf(vrfName, key);
-  if (!id) return nullptr;
-  auto const* it = routes_.find(*id);
-  return it ? &it->second : nullptr;
+  auto const id = routes_.idOf(vrfName, key);
+  return id ? routes_.find(*id) : nullptr;
 }
 
 RouteHandle RouteProgrammer::routeHandle(Vex::Entity const* chip, L3::VrfName const& vrfName,

@@ -88,22 +88,20 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <optional>
 #include <utility>
 #include <vector>
 
 #include "absl/container/btree_map.h"
-#include "absl/container/node_hash_set.h"
 #include "absl/container/inlined_vector.h"
 #include "platform/fib/IpGenRouteKey.h"
 #include "platform/fib/hardware/Status.h"
 #include "platform/fib/routing/RouteStatus.h"
 #include "platform/mroutelib/AsyncSwitchChip.h"
-#include "platform/mroutelib/DenseRecordMap.h"
 #include "platform/mroutelib/DesiredRoute.h"
 #include "platform/mroutelib/OifSet.h"
 #include "platform/mroutelib/OifSetRegistry.h"
 #include "platform/mroutelib/RouteHandle.h"
+#include "platform/mroutelib/RouteKeyMap.h"
 #include "platform/mroutelib/SwitchChip.h"
 #include "platform/net/IntfId.h"
 #include "platform/types/VlanIdOrNone.h"
@@ -198,18 +196,6 @@ class FALMROUTE_EXPORT RouteProgrammer : public Vex::RefCounted {
   // whatever the flags say).
   static constexpr std::uint8_t kRetryKick = 1U << 4;
 
-  // The VRF is named by its one interned copy (vrfNames_): a pointer per
-  // route instead of a 32-byte string, compared as a pointer. Hashed by the
-  // name itself, so the routes keep the order a name's hash gives them.
-  struct RouteId {
-    L3::VrfName const* vrfName;
-    Routing::Multicast::Fib::IpGenRouteKey key;
-    friend bool operator==(RouteId const&, RouteId const&) = default;
-    template <typename H>
-    friend H AbslHashValue(H h, RouteId const& r) {
-      return H::combine(std::move(h), r.vrfName->stringValue(), r.key.hash());
-    }
-  };
   // One route on one chip. A valid handle with a failure is a route whose
   // current outputs could not be programmed: it still replicates to its old set.
   struct ChipRoute {
@@ -233,11 +219,12 @@ class FALMROUTE_EXPORT RouteProgrammer : public Vex::RefCounted {
     bool fastdrop = false;
     bool noRpf = false;
   };
-  // Records in dense slots, found through a set of 4-byte slot numbers:
-  // at a million routes a record and a few bytes per route, where a node per
-  // record cost its allocation and a pointer slot besides; a record stays
-  // where it is while routes come and go.
-  using RouteMap = DenseRecordMap<RouteId, RouteRecord>;
+  // Records in dense slots, found through a set of 4-byte slot numbers, each
+  // beside its key in the fewest bytes its family allows (16 for an IPv4
+  // key): at a million routes a record and a few bytes per route.
+  using RouteMap = RouteKeyMap<RouteRecord>;
+  // The VRF by its one copy and the full key, rebuilt on the stack.
+  using RouteId = RouteMap::Id;
 
   class VexSwitchChip;
   struct AsyncChip;
@@ -276,9 +263,9 @@ class FALMROUTE_EXPORT RouteProgrammer : public Vex::RefCounted {
 
   std::size_t slotOf(Vex::Entity const* chip) const;
   // Every route, in the order they were wanted.
-  std::vector<RouteMap::value_type*> routesInWantedOrder();
-  // The id of a route in a VRF some route was wanted in; none otherwise.
-  std::optional<RouteId> routeIdOf(L3::VrfName const& vrfName, Routing::Multicast::Fib::IpGenRouteKey const& key) const;
+  auto routesInWantedOrder() {
+    return routes_.walkBy([](RouteRecord const& rec) { return rec.wanted; });
+  }
   RouteRecord const* record(L3::VrfName const& vrfName, Routing::Multicast::Fib::IpGenRouteKey const& key) const;
   void programOnChip(std::size_t slot, RouteId const& id, RouteRecord& rec, bool reAdd);
   void routeDelOnChip(std::size_t slot, RouteId const& id, RouteRecord& rec);
@@ -325,9 +312,6 @@ class FALMROUTE_EXPORT RouteProgrammer : public Vex::RefCounted {
   Vex::Ptr<OifSetRegistry> registry_;
   Vex::Ptr<HardwareStatus> v4Status_;
   Vex::Ptr<HardwareStatus> v6Status_;
-  // Every VRF name a route was ever wanted in, once (a handful); route ids
-  // point at them, so they outlive the routes and the chips' parked ids.
-  absl::node_hash_set<L3::VrfName> vrfNames_;
   // Declared after the registry: the routes' OifSets go first.
   RouteMap routes_;
   std::vector<std::unique_ptr<ChipState>> chips_;

@@ -38,12 +38,11 @@ void RouteProgrammer::switchChipIs(Vex::Ptr<AsyncSwitchChip> chip, Vex::Ptr<Rout
   chips_.push_back(std::move(state));
   std::size_t const slot = chips_.size() - 1;
   ROUTE_PROGRAMMER_TRACE(2, "switchChipIs " << chip->name() << " (asynchronous), routes: " << routes_.size());
-  for (auto* route : routesInWantedOrder()) {
-    auto& [id, rec] = *route;
+  routesInWantedOrder().forEach([&](RouteId const& id, RouteRecord& rec) {
     rec.chip.emplace_back();
     programOnChip(slot, id, rec, false);
     writeStatus(id, rec);
-  }
+  });
 }
 
 void RouteProgrammer::switchChipDel(Vex::Ptr<AsyncSwitchChip> const& chip) {
@@ -52,13 +51,12 @@ void RouteProgrammer::switchChipDel(Vex::Ptr<AsyncSwitchChip> const& chip) {
   BusyScope busy(*this);
   ROUTE_PROGRAMMER_TRACE(2, "switchChipDel " << chip->name());
   auto const ordered = routesInWantedOrder();
-  for (auto* route : ordered) {
-    auto& [id, rec] = *route;
+  ordered.forEach([&](RouteId const& id, RouteRecord& rec) {
     routeDelOnChip(slot, id, rec);
     rec.chip.erase(rec.chip.begin() + static_cast<std::ptrdiff_t>(slot));
-  }
+  });
   chips_.erase(chips_.begin() + static_cast<std::ptrdiff_t>(slot));
-  for (auto const* route : ordered) writeStatus(route->first, route->second);
+  ordered.forEach([&](RouteId const& id, RouteRecord const& rec) { writeStatus(id, rec); });
 }
 
 void RouteProgrammer::routeDelOnChip(std::size_t slot, RouteId const& id, RouteRecord& rec) {
@@ -267,9 +265,10 @@ void RouteProgrammer::asyncXactDone(ChipState& cs, std::uint64_t wanted, bool in
   auto it = cs.async->routes.find(wanted);
   if (it == cs.async->routes.end()) return;
   AsyncRoute& ar = it->second;
-  auto* rit = routes_.find(ar.id);
-  if (!rit) return;
-  RouteRecord& rec = rit->second;
+  RouteId const id = ar.id;
+  RouteRecord* held = routes_.find(id);
+  if (!held) return;
+  RouteRecord& rec = *held;
   XactPtr const done = xact;  // the waiter that holds it goes now
   asyncWaitEnd(rec, ar);
   std::size_t const slot = slotOf(cs.entity());
@@ -278,7 +277,7 @@ void RouteProgrammer::asyncXactDone(ChipState& cs, std::uint64_t wanted, bool in
   } else {
     asyncBind(cs, slot, rec, ar, done);
   }
-  writeStatus(rit->first, rec);
+  writeStatus(id, rec);
 }
 
 void RouteProgrammer::retryParked(AsyncSwitchChip const* chip) {
@@ -307,13 +306,13 @@ void RouteProgrammer::asyncRetryPass(ChipState& cs) {
   std::size_t const slot = slotOf(cs.entity());
   if (!work.empty()) ROUTE_PROGRAMMER_TRACE(5, "Retrying parked routes: " << work.size() << ", switch: " << cs.name());
   for (auto const& [wanted, id] : work) {
-    auto* it = routes_.find(id);
-    if (!it || it->second.chip[slot].failure == kFailureNone) continue;
+    RouteRecord* rec = routes_.find(id);
+    if (!rec || rec->chip[slot].failure == kFailureNone) continue;
     auto ar = ac.routes.find(wanted);
     if (ar != ac.routes.end() && ar->second.wait) continue;  // a retry is on its way already
     ++retries_;
-    programOnChip(slot, it->first, it->second, false);
-    writeStatus(it->first, it->second);
+    programOnChip(slot, id, *rec, false);
+    writeStatus(id, *rec);
   }
   asyncRetryArm(cs);
 }

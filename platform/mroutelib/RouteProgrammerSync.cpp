@@ -49,12 +49,11 @@ void RouteProgrammer::switchChipIs(Vex::Ptr<SwitchChip> chip) {
   chips_.push_back(std::move(state));
   std::size_t const slot = chips_.size() - 1;
   ROUTE_PROGRAMMER_TRACE(2, "switchChipIs " << chip->name() << ", routes: " << routes_.size());
-  for (auto* route : routesInWantedOrder()) {
-    auto& [id, rec] = *route;
+  routesInWantedOrder().forEach([&](RouteId const& id, RouteRecord& rec) {
     rec.chip.emplace_back();
     programOnChip(slot, id, rec, false);
     writeStatus(id, rec);
-  }
+  });
   if (!routes_.empty()) {
     ++programmingCalls_;
     chip->doCommitRouteBatch();
@@ -71,8 +70,7 @@ void RouteProgrammer::switchChipDel(Vex::Ptr<SwitchChip> const& chip) {
   ROUTE_PROGRAMMER_TRACE(2, "switchChipDel " << chip->name());
   bool called = false;
   auto const ordered = routesInWantedOrder();
-  for (auto* route : ordered) {
-    auto& [id, rec] = *route;
+  ordered.forEach([&](RouteId const& id, RouteRecord& rec) {
     ChipRoute const& cr = rec.chip[slot];
     if (!cr.handle.isNull()) {
       ++programmingCalls_;
@@ -81,13 +79,13 @@ void RouteProgrammer::switchChipDel(Vex::Ptr<SwitchChip> const& chip) {
     }
     chipFailureIs(slot, id, rec, kFailureNone);
     rec.chip.erase(rec.chip.begin() + static_cast<std::ptrdiff_t>(slot));
-  }
+  });
   if (called) {
     ++programmingCalls_;
     chip->doCommitRouteBatch();
   }
   chips_.erase(chips_.begin() + static_cast<std::ptrdiff_t>(slot));
-  for (auto const* route : ordered) writeStatus(route->first, route->second);
+  ordered.forEach([&](RouteId const& id, RouteRecord const& rec) { writeStatus(id, rec); });
 }
 
 Vex::Ptr<MtableOifSet> RouteProgrammer::allocateMtableOifSet(SwitchChip& chip, OifSetPtr const& oifSet) {
@@ -202,11 +200,11 @@ void RouteProgrammer::retryPass(ChipState& cs, std::uint8_t bits) {
   std::size_t const slot = slotOf(&chip);
   ROUTE_PROGRAMMER_TRACE(5, "Retrying parked routes: " << work.size() << ", switch: " << chip.name());
   for (auto const& [wanted, id] : work) {
-    auto* it = routes_.find(id);
-    if (!it || it->second.chip[slot].failure == kFailureNone) continue;
+    RouteRecord* rec = routes_.find(id);
+    if (!rec || rec->chip[slot].failure == kFailureNone) continue;
     ++retries_;
-    programOnChip(slot, it->first, it->second, false);
-    writeStatus(it->first, it->second);
+    programOnChip(slot, id, *rec, false);
+    writeStatus(id, *rec);
   }
   ++programmingCalls_;
   chip.doCommitRouteBatch();

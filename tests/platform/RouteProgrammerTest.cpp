@@ -482,5 +482,28 @@ TEST_F(RouteProgrammerTest, AddedChipIsProgrammedInTheOrderRoutesWereWanted) {
   }
 }
 
+TEST_F(RouteProgrammerTest, AddedChipTakesRoutesOfEveryFamilyAndVrfInTheOrderTheyWereWanted) {
+  // The same addresses in two VRFs and in both families' forms: IPv4 keys
+  // and the others are held apart, and the chip must see them as wanted.
+  std::vector<std::pair<char const*, IpGenRouteKey>> const routes = {
+      {"red", kV6},        {"red", kS1G1},        {"blue", kS1G1},
+      {"blue", kV6},       {"red", key("0.0.0.0/0", "239.1.1.1/32")},
+      {"red", IpGenRouteKey(Netcore::IpGenPrefix(), Netcore::IpGenPrefix("239.1.1.1"))},
+      {"red", key("::/0", "ff3e::1/128")},  {"blue", kS2G1},
+  };
+  for (auto const& [vrf, k] : routes) {
+    programmer.routeIs(FalTest::RouteShapes::wanted(vrf, k, {"Ethernet1.10"}, 100));
+  }
+  ASSERT_EQ(programmer.routeSize(), routes.size());
+  chip1->routeCapacity = 5;
+  programmer.switchChipIs(chip1);
+  for (std::size_t i = 0; i < routes.size(); ++i) {
+    auto const& [vrf, k] = routes[i];
+    EXPECT_FALSE(programmer.routeHandle(chip.get(), vrf, k).isNull()) << vrf << ' ' << k;
+    EXPECT_EQ(programmer.routeHandle(chip1.get(), vrf, k).isNull(), i >= 5) << vrf << ' ' << k;
+  }
+  EXPECT_EQ(programmer.routesParked(), routes.size() - 5);
+}
+
 }  // namespace
 }  // namespace MrouteLib
