@@ -10,9 +10,10 @@
 // a default pair (its resources go at once) and reused by the next pair; pages
 // are kept, so the slots held are the most pairs ever held at once.
 //
-// Key and Value are default-constructible; Key is hashed with Hash (which may
-// hold state). A caller that has a key's hash at hand for less than Hash takes
-// (from a fuller form of the key, say) passes it along with the key.
+// Key and Value are default-constructible (Value need not be movable); Key is
+// hashed with Hash (which may hold state). A caller that has a key's hash at
+// hand for less than Hash takes (from a fuller form of the key, say) passes it
+// along with the key.
 // The map cannot be copied or moved: the set's hasher points back at it.
 #include <cstddef>
 #include <cstdint>
@@ -74,7 +75,8 @@ class DenseRecordMap {
     auto it = index_.find(Probe{&pair->first, hash});
     std::uint32_t const slot = *it;
     index_.erase(it);
-    *pair = value_type();
+    std::destroy_at(pair);
+    std::construct_at(pair);
     free_.push_back(slot);
   }
 

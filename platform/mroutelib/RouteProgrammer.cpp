@@ -12,6 +12,46 @@ Vex::Entity const* RouteProgrammer::ChipState::entity() const {
 
 Vex::Name const& RouteProgrammer::ChipState::name() const { return chip ? chip->name() : async->chip->name(); }
 
+void RouteProgrammer::RouteRecord::chipsIs(std::size_t count) {
+  if (count > 1) chipsMove(0, kNoSlot, new ChipRoute[count]);
+}
+
+void RouteProgrammer::RouteRecord::chipAdd(std::size_t count) {
+  if (count > 0) chipsMove(count, kNoSlot, new ChipRoute[count + 1]);
+}
+
+void RouteProgrammer::RouteRecord::chipDel(std::size_t slot, std::size_t count) {
+  if (count == 1) {
+    firstChip = ChipRoute();
+    return;
+  }
+  chipsMove(count, slot, count == 2 ? nullptr : new ChipRoute[count - 1]);
+}
+
+void RouteProgrammer::RouteRecord::chipsMove(std::size_t count, std::size_t skip, ChipRoute* to) noexcept {
+  ChipRoute kept;
+  ChipRoute* out = to;
+  for (std::size_t slot = 0; slot < count; ++slot) {
+    if (slot == skip) continue;
+    (to ? *out++ : kept) = std::move(chip(slot));
+  }
+  chipsFree();
+  chipsOnHeap = to != nullptr;
+  if (to) {
+    chips = to;
+  } else {
+    new (&firstChip) ChipRoute(std::move(kept));
+  }
+}
+
+void RouteProgrammer::RouteRecord::chipsFree() noexcept {
+  if (chipsOnHeap) {
+    delete[] chips;
+  } else {
+    firstChip.~ChipRoute();
+  }
+}
+
 RouteProgrammer::RouteProgrammer(Vex::Ptr<OifSetRegistry> registry, Vex::Ptr<HardwareStatus> v4Status,
                                  Vex::Ptr<HardwareStatus> v6Status)
     : registry_(std::move(registry)), v4Status_(std::move(v4Status)), v6Status_(std::move(v6Status)) {
@@ -49,7 +89,7 @@ void RouteProgrammer::routeIs(DesiredRoute const& route) {
     }
   } else {
     rec.wanted = routesWanted_++;
-    rec.chip.resize(chips_.size());
+    rec.chipsIs(chips_.size());
   }
   rec.oifSet = std::move(oifSet);
   rec.acceptingIntfId = route.acceptingIntfId();
@@ -113,7 +153,7 @@ RouteHandle RouteProgrammer::routeHandle(Vex::Entity const* chip, L3::VrfName co
                                          Routing::Multicast::Fib::IpGenRouteKey const& key) const {
   std::size_t const slot = slotOf(chip);
   auto const* rec = record(vrfName, key);
-  return rec && slot != kNoSlot ? rec->chip[slot].handle : invalidRouteHandle;
+  return rec && slot != kNoSlot ? rec->chip(slot).handle : invalidRouteHandle;
 }
 
 OifSetPtr RouteProgrammer::oifSet(L3::VrfName const& vrfName, Routing::Multicast::Fib::IpGenRouteKey const& key) const {
@@ -125,7 +165,7 @@ std::uint32_t RouteProgrammer::failureReason(Vex::Entity const* chip, L3::VrfNam
                                              Routing::Multicast::Fib::IpGenRouteKey const& key) const {
   std::size_t const slot = slotOf(chip);
   auto const* rec = record(vrfName, key);
-  return rec && slot != kNoSlot ? rec->chip[slot].failure : kFailureNone;
+  return rec && slot != kNoSlot ? rec->chip(slot).failure : kFailureNone;
 }
 
 RouteProgrammer::Parked& RouteProgrammer::parkedOf(ChipState& cs, std::uint32_t failure) {
@@ -139,7 +179,7 @@ void RouteProgrammer::settledCount(RouteRecord const& rec, bool before) {
 }
 
 void RouteProgrammer::chipFailureIs(std::size_t slot, RouteId const& id, RouteRecord& rec, std::uint32_t failure) {
-  ChipRoute& cr = rec.chip[slot];
+  ChipRoute& cr = rec.chip(slot);
   if (cr.failure == failure) return;
   ChipState& cs = *chips_[slot];
   bool const before = unsettled(rec);
@@ -164,9 +204,9 @@ void RouteProgrammer::writeStatus(RouteId const& id, RouteRecord const& rec) {
   auto* status = statusOf(id.key);
   if (!status) return;
   std::uint32_t failure = kFailureNone;
-  for (auto const& cr : rec.chip) {
-    if (cr.failure != kFailureNone) {
-      failure = cr.failure;
+  for (std::size_t slot = 0; slot < chips_.size(); ++slot) {
+    if (rec.chip(slot).failure != kFailureNone) {
+      failure = rec.chip(slot).failure;
       break;
     }
   }

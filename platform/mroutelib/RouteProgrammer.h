@@ -92,7 +92,6 @@
 #include <vector>
 
 #include "absl/container/btree_map.h"
-#include "absl/container/inlined_vector.h"
 #include "platform/fib/IpGenRouteKey.h"
 #include "platform/fib/hardware/Status.h"
 #include "platform/fib/routing/RouteStatus.h"
@@ -204,11 +203,31 @@ class FALMROUTE_EXPORT RouteProgrammer : public Vex::RefCounted {
     // The outputs the chip's route is bound to; null while it is bound to none.
     OifSetPtr bound;
   };
+  // A route: what is wanted of it, and its ChipRoute on every chip, by chip
+  // slot. Every record has one per chip, so the count is the programmer's
+  // (chips_.size()) and the record keeps only where they are: the usual
+  // agent's one chip inline, more chips all on the heap. A vector with one
+  // inline cost 8 bytes more for its size.
   struct RouteRecord {
+    RouteRecord() noexcept : firstChip() {}
+    ~RouteRecord() { chipsFree(); }
+    RouteRecord(RouteRecord const&) = delete;
+    RouteRecord& operator=(RouteRecord const&) = delete;
+
+    ChipRoute& chip(std::size_t slot) { return chipsOnHeap ? chips[slot] : firstChip; }
+    ChipRoute const& chip(std::size_t slot) const { return chipsOnHeap ? chips[slot] : firstChip; }
+    // A new record's routes for count chips.
+    void chipsIs(std::size_t count);
+    // One more, at the end, for a chip added (count: the chips before it).
+    void chipAdd(std::size_t count);
+    // Removes the chip's route at slot (count: the chips before).
+    void chipDel(std::size_t slot, std::size_t count);
+
     OifSetPtr oifSet;  // null for a boundary entry
-    // By chip slot; one inline, the usual agent's one chip (16 bytes a route
-    // less than two inline), further chips on the heap.
-    absl::InlinedVector<ChipRoute, 1> chip;
+    union {
+      ChipRoute firstChip;  // chipsOnHeap false: slot 0 (nothing while there is no chip)
+      ChipRoute* chips;     // chipsOnHeap true: every slot
+    };
     std::uint64_t wanted = 0;  // when the route was first wanted, counted in routes
     Netcore::IntfId acceptingIntfId;
     Bridging::VlanIdOrNone acceptingVlan;
@@ -218,7 +237,16 @@ class FALMROUTE_EXPORT RouteProgrammer : public Vex::RefCounted {
     bool bridge = false;
     bool fastdrop = false;
     bool noRpf = false;
+    bool chipsOnHeap = false;
+
+   private:
+    // Moves the routes of the chips but skip (none: kNoSlot) out of count
+    // into the form for what is left (to: its heap block, when there).
+    void chipsMove(std::size_t count, std::size_t skip, ChipRoute* to) noexcept;
+    // Ends the chips' form; neither member of the union is alive after.
+    void chipsFree() noexcept;
   };
+  static_assert(sizeof(RouteRecord) <= 48, "a route's record fits in 48 bytes beside its 16-byte IPv4 key");
   // Records in dense slots, found through a set of 4-byte slot numbers, each
   // beside its key in the fewest bytes its family allows (16 for an IPv4
   // key): at a million routes a record and a few bytes per route.

@@ -39,7 +39,7 @@ void RouteProgrammer::switchChipIs(Vex::Ptr<AsyncSwitchChip> chip, Vex::Ptr<Rout
   std::size_t const slot = chips_.size() - 1;
   ROUTE_PROGRAMMER_TRACE(2, "switchChipIs " << chip->name() << " (asynchronous), routes: " << routes_.size());
   routesInWantedOrder().forEach([&](RouteId const& id, RouteRecord& rec) {
-    rec.chip.emplace_back();
+    rec.chipAdd(slot);
     programOnChip(slot, id, rec, false);
     writeStatus(id, rec);
   });
@@ -53,7 +53,7 @@ void RouteProgrammer::switchChipDel(Vex::Ptr<AsyncSwitchChip> const& chip) {
   auto const ordered = routesInWantedOrder();
   ordered.forEach([&](RouteId const& id, RouteRecord& rec) {
     routeDelOnChip(slot, id, rec);
-    rec.chip.erase(rec.chip.begin() + static_cast<std::ptrdiff_t>(slot));
+    rec.chipDel(slot, chips_.size());
   });
   chips_.erase(chips_.begin() + static_cast<std::ptrdiff_t>(slot));
   ordered.forEach([&](RouteId const& id, RouteRecord const& rec) { writeStatus(id, rec); });
@@ -61,7 +61,7 @@ void RouteProgrammer::switchChipDel(Vex::Ptr<AsyncSwitchChip> const& chip) {
 
 void RouteProgrammer::routeDelOnChip(std::size_t slot, RouteId const& id, RouteRecord& rec) {
   ChipState& cs = *chips_[slot];
-  ChipRoute& cr = rec.chip[slot];
+  ChipRoute& cr = rec.chip(slot);
   if (!cr.handle.isNull()) {
     ++programmingCalls_;
     RouteHandle const handle = std::exchange(cr.handle, invalidRouteHandle);
@@ -102,7 +102,7 @@ void RouteProgrammer::programOnAsyncChip(std::size_t slot, RouteId const& id, Ro
   AsyncRoute& ar = it->second;
   if (inserted) ar.id = id;
   if (ar.wait) {
-    if (!reAddNeeded(rec, rec.chip[slot], ar)) {
+    if (!reAddNeeded(rec, rec.chip(slot), ar)) {
       ar.again = true;
       return;
     }
@@ -123,7 +123,7 @@ bool RouteProgrammer::reAddNeeded(RouteRecord const& rec, ChipRoute const& cr, A
 
 void RouteProgrammer::asyncStep(ChipState& cs, std::size_t slot, RouteRecord& rec, AsyncRoute& ar, bool fresh) {
   AsyncSwitchChip& chip = *cs.async->chip;
-  ChipRoute& cr = rec.chip[slot];
+  ChipRoute& cr = rec.chip(slot);
   RouteId const& id = ar.id;
   if (fresh) ar.since = now();
   Bridging::VlanIdOrNone const vlan = asyncVlan(rec.noRpf, rec.acceptingVlan);
@@ -205,7 +205,7 @@ void RouteProgrammer::asyncBind(ChipState& cs, std::size_t slot, RouteRecord& re
     return;
   }
   ++programmingCalls_;
-  XactPtr const ingressXact = chip.doSetMtableOifSet(rec.chip[slot].handle, ar.pending, groupXact);
+  XactPtr const ingressXact = chip.doSetMtableOifSet(rec.chip(slot).handle, ar.pending, groupXact);
   if (asyncWait(cs, rec, ar, ingressXact, true)) return;
   asyncBound(cs, slot, rec, ar, ingressXact);
 }
@@ -225,7 +225,7 @@ void RouteProgrammer::asyncBound(ChipState& cs, std::size_t slot, RouteRecord& r
   Vex::Ptr<MtableOifSet> bound = ar.pending;
   cs.async->groupIs(ar, std::move(bound));
   cs.async->pendingIs(ar, nullptr);
-  rec.chip[slot].bound = std::move(ar.pendingOifSet);
+  rec.chip(slot).bound = std::move(ar.pendingOifSet);
   asyncAttemptEnd(cs, slot, rec, ar, kFailureNone);
 }
 
@@ -307,7 +307,7 @@ void RouteProgrammer::asyncRetryPass(ChipState& cs) {
   if (!work.empty()) ROUTE_PROGRAMMER_TRACE(5, "Retrying parked routes: " << work.size() << ", switch: " << cs.name());
   for (auto const& [wanted, id] : work) {
     RouteRecord* rec = routes_.find(id);
-    if (!rec || rec->chip[slot].failure == kFailureNone) continue;
+    if (!rec || rec->chip(slot).failure == kFailureNone) continue;
     auto ar = ac.routes.find(wanted);
     if (ar != ac.routes.end() && ar->second.wait) continue;  // a retry is on its way already
     ++retries_;

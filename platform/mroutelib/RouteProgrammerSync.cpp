@@ -50,7 +50,7 @@ void RouteProgrammer::switchChipIs(Vex::Ptr<SwitchChip> chip) {
   std::size_t const slot = chips_.size() - 1;
   ROUTE_PROGRAMMER_TRACE(2, "switchChipIs " << chip->name() << ", routes: " << routes_.size());
   routesInWantedOrder().forEach([&](RouteId const& id, RouteRecord& rec) {
-    rec.chip.emplace_back();
+    rec.chipAdd(slot);
     programOnChip(slot, id, rec, false);
     writeStatus(id, rec);
   });
@@ -71,14 +71,14 @@ void RouteProgrammer::switchChipDel(Vex::Ptr<SwitchChip> const& chip) {
   bool called = false;
   auto const ordered = routesInWantedOrder();
   ordered.forEach([&](RouteId const& id, RouteRecord& rec) {
-    ChipRoute const& cr = rec.chip[slot];
+    ChipRoute const& cr = rec.chip(slot);
     if (!cr.handle.isNull()) {
       ++programmingCalls_;
       chip->doDeleteRoute(cr.handle);
       called = true;
     }
     chipFailureIs(slot, id, rec, kFailureNone);
-    rec.chip.erase(rec.chip.begin() + static_cast<std::ptrdiff_t>(slot));
+    rec.chipDel(slot, chips_.size());
   });
   if (called) {
     ++programmingCalls_;
@@ -100,7 +100,7 @@ Vex::Ptr<MtableOifSet> RouteProgrammer::allocateMtableOifSet(SwitchChip& chip, O
 
 void RouteProgrammer::programOnSyncChip(std::size_t slot, RouteId const& id, RouteRecord& rec, bool reAdd) {
   SwitchChip& chip = *chips_[slot]->chip;
-  ChipRoute& cr = rec.chip[slot];
+  ChipRoute& cr = rec.chip(slot);
   if (!reAdd && !rec.bridge && !cr.handle.isNull() && cr.bound == rec.oifSet) {
     // Parked while its outputs were elsewhere; now they are back to those it
     // still replicates through (an entry the chip may have rewritten for
@@ -201,7 +201,7 @@ void RouteProgrammer::retryPass(ChipState& cs, std::uint8_t bits) {
   ROUTE_PROGRAMMER_TRACE(5, "Retrying parked routes: " << work.size() << ", switch: " << chip.name());
   for (auto const& [wanted, id] : work) {
     RouteRecord* rec = routes_.find(id);
-    if (!rec || rec->chip[slot].failure == kFailureNone) continue;
+    if (!rec || rec->chip(slot).failure == kFailureNone) continue;
     ++retries_;
     programOnChip(slot, id, *rec, false);
     writeStatus(id, *rec);

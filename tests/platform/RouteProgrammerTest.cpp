@@ -505,5 +505,40 @@ TEST_F(RouteProgrammerTest, AddedChipTakesRoutesOfEveryFamilyAndVrfInTheOrderThe
   EXPECT_EQ(programmer.routesParked(), routes.size() - 5);
 }
 
+// Which of three chips goes.
+class RouteProgrammerChipDelTest : public RouteProgrammerTest, public ::testing::WithParamInterface<std::size_t> {};
+
+TEST_P(RouteProgrammerChipDelTest, ChipThatGoesLeavesEveryOtherChipsRoutesAsTheyWere) {
+  auto chip2 = Vex::make<FakeChip>("chip2");
+  chip1->routeCapacity = 0;
+  chip2->nextHandle = 50;
+  programmer.switchChipIs(chip1);
+  programmer.switchChipIs(chip2);
+  for (auto const& k : {kS1G1, kV6}) programmer.routeIs(route(k, {"Ethernet1.10"}));
+  std::vector<FakeChip*> const chips = {chip.get(), chip1.get(), chip2.get()};
+  using View = std::pair<RouteHandle, std::uint32_t>;
+  auto view = [&](FakeChip const* c, IpGenRouteKey const& k) {
+    return View(programmer.routeHandle(c, "red", k), programmer.failureReason(c, "red", k));
+  };
+  ASSERT_EQ(view(chip2.get(), kV6), View(RouteHandle(51), RouteProgrammer::kFailureNone));
+  ASSERT_EQ(view(chip1.get(), kV6), View(invalidRouteHandle, RouteProgrammer::kFailureRouteTableFull));
+  std::map<std::pair<FakeChip const*, IpGenRouteKey>, View> before;
+  for (auto const* c : chips) {
+    for (auto const& k : {kS1G1, kV6}) before[{c, k}] = view(c, k);
+  }
+  programmer.switchChipDel(Vex::Ptr<SwitchChip>(chips[GetParam()]));
+  for (auto const& [at, was] : before) {
+    if (at.first == chips[GetParam()]) {
+      EXPECT_TRUE(programmer.routeHandle(at.first, "red", at.second).isNull());
+    } else {
+      EXPECT_EQ(view(at.first, at.second), was) << at.first->name() << ' ' << at.second;
+    }
+  }
+  EXPECT_EQ(programmer.routesParked(), GetParam() == 1 ? 0u : 2u);
+  EXPECT_EQ(status(kS1G1)->programmed(), GetParam() == 1);
+}
+
+INSTANTIATE_TEST_SUITE_P(Slots, RouteProgrammerChipDelTest, ::testing::Values(0u, 1u, 2u));
+
 }  // namespace
 }  // namespace MrouteLib
