@@ -73,34 +73,24 @@ class RouteKeyMap {
   // The value of id; null when there is none.
   Value* find(Id const& id) { return const_cast<Value*>(std::as_const(*this).find(id)); }
   Value const* find(Id const& id) const {
-    std::size_t const hash = absl::Hash<Id>()(id);
-    if (auto narrow = narrowOf(id)) {
-      auto const* pair = narrow_.find(*narrow, hash);
+    return inMap(*this, id, [](auto const& map, auto const& key, std::size_t hash) -> Value const* {
+      auto const* pair = map.find(key, hash);
       return pair ? &pair->second : nullptr;
-    }
-    auto const* pair = wide_.find(WideKey{id.vrf, id.key}, hash);
-    return pair ? &pair->second : nullptr;
+    });
   }
   // The value of id, made default when there was none (second: made). It
   // stays where it is until it is erased.
   std::pair<Value*, bool> try_emplace(Id const& id) {
-    std::size_t const hash = absl::Hash<Id>()(id);
-    if (auto narrow = narrowOf(id)) {
-      auto [pair, made] = narrow_.try_emplace(*narrow, hash);
-      return {&pair->second, made};
-    }
-    auto [pair, made] = wide_.try_emplace(WideKey{id.vrf, id.key}, hash);
-    return {&pair->second, made};
+    return inMap(*this, id, [](auto& map, auto const& key, std::size_t hash) {
+      auto [pair, made] = map.try_emplace(key, hash);
+      return std::pair<Value*, bool>(&pair->second, made);
+    });
   }
   // Removes the value of id, if any.
   void erase(Id const& id) {
-    std::size_t const hash = absl::Hash<Id>()(id);
-    if (auto narrow = narrowOf(id)) {
-      if (auto* pair = narrow_.find(*narrow, hash)) narrow_.erase(pair, hash);
-      return;
-    }
-    WideKey const wide{id.vrf, id.key};
-    if (auto* pair = wide_.find(wide, hash)) wide_.erase(pair, hash);
+    inMap(*this, id, [](auto& map, auto const& key, std::size_t hash) {
+      if (auto* pair = map.find(key, hash)) map.erase(pair, hash);
+    });
   }
 
   // Every value with its id, ordered by rank(value) (a number, distinct for
@@ -190,6 +180,14 @@ class RouteKeyMap {
     return Id{vrfNames_[k.vrf], k.vrf, Routing::Multicast::Fib::IpGenRouteKey(std::move(source), std::move(group))};
   }
   Id idOfWide(WideKey const& k) const { return Id{vrfNames_[k.vrf], k.vrf, k.key}; }
+
+  // fn(map, key, hash): id's key in the form its map holds, and the map.
+  template <class Self, class Fn>
+  static decltype(auto) inMap(Self& self, Id const& id, Fn&& fn) {
+    std::size_t const hash = absl::Hash<Id>()(id);
+    if (auto narrow = narrowOf(id)) return fn(self.narrow_, *narrow, hash);
+    return fn(self.wide_, WideKey{id.vrf, id.key}, hash);
+  }
 
   template <class Map, class Rank>
   static void collect(Map& map, std::vector<typename Map::value_type*>& out, Rank const& rank) {
