@@ -62,10 +62,16 @@ void syncChipFindings(SimAgent const& agent, std::uint32_t c, std::vector<std::s
     live.insert(set.oifSetIndex());
     if (!set.oifSet() || !set.oifSet()->portVlanSet().reachesNoPort()) shared.insert(set.oifSetIndex());
   };
-  // Many routes share a set: each distinct one is noted once.
+  // Many routes share a set: each distinct one is noted once, and kept in
+  // the order the routes first use it for the fast-reroute check below (the
+  // verification between reads the switch's routes and changes none).
   absl::flat_hash_set<Fal::MtableOifSet const*> used;
+  std::vector<Fal::MtableOifSet const*> usedInOrder;
   for (auto const& [handle, route] : sw.routes()) {
-    if (auto const& set = route->mtableOifSet(); set && used.insert(set.get()).second) note(*set);
+    if (auto const& set = route->mtableOifSet(); set && used.insert(set.get()).second) {
+      note(*set);
+      usedInOrder.push_back(set.get());
+    }
   }
   for (auto const& [key, set] : sw.zombieOifSet()) note(*set);
   for (auto& v : chip.invariantViolations(c, live)) out.push_back(std::move(v));
@@ -93,9 +99,8 @@ void syncChipFindings(SimAgent const& agent, std::uint32_t c, std::vector<std::s
   sw.handleVerify();
 
   absl::flat_hash_set<std::uint32_t> seen;
-  for (auto const& [handle, route] : sw.routes()) {
-    Fal::MtableOifSet const* set = route->mtableOifSet().get();
-    if (!set || !set->oifSet() || set->isZombie() || !seen.insert(set->oifSetIndex()).second) continue;
+  for (Fal::MtableOifSet const* set : usedInOrder) {
+    if (!set->oifSet() || set->isZombie() || !seen.insert(set->oifSetIndex()).second) continue;
     MrouteLib::OifSet const* const oifSet = set->oifSet().get();
     bool const waiting = sw.frrProcessingOifSet().contains(oifSet) || sw.frrMtableOifSet().contains(oifSet);
     if (auto finding = frrFinding(agent, c, oifSet, "oifSetIndex", set->oifSetIndex(), waiting)) out.push_back(where + *finding);
@@ -183,6 +188,77 @@ void asyncChipFindings(SimAgent const& agent, std::uint32_t c, std::vector<std::
   }
 }
 
+using BoundaryKeys = std::set<std::tuple<std::uint16_t, IpGenRouteKey, std::uint16_t>>;
+
+// The wanted routes chip c holds: how many it holds at all (present), and
+// each one it does not hold as wanted cleared in heldEverywhere (by the
+// route's place in desired).
+//
+// The chip's routes usually come in the order of the wanted routes: the
+// route programmer programs routes in the order they were first wanted, the
+// chip hands out handles counting up, and a route set is wanted in its own
+// (VRF, key) order. So the walk first tries the entry after the route it
+// found last, read from the same page, and looks a route up by key (a cold
+// slot of the prefix index, then the entry) only when that entry is not the
+// route. The guess is taken only where a lookup could not answer otherwise:
+// its entry holds the VRF, key and accepting VLAN wanted, and no two routes
+// of the chip share a key, so it is the one route the lookup would find.
+std::size_t wantedOnChip(SimAgent const& agent, std::uint32_t c, WantedRoutes const& desired,
+                         BoundaryKeys const& boundaryKeys, std::vector<bool>& heldEverywhere) {
+  ReferenceChip const& chip = agent.chip();
+  bool const mayGuess = !chip.routeKeysShared(c);
+  MrouteLib::RouteHandle guess;
+  // Whether the last route was where it was guessed: the lookups ahead are
+  // then not fetched.
+  bool guessing = false;
+  std::size_t present = 0;
+  std::size_t i = 0;
+  // Routes come by VRF: its id is looked up once per run of the same VRF.
+  L3::VrfName const* lastVrf = nullptr;
+  std::optional<Fal::VrfId> lastVrfId;
+  LookAhead ahead(desired.begin(), desired.end(), kLookAhead);
+  for (auto const& want : desired) {
+    std::size_t const slot = i++;
+    if (!lastVrf || !(*lastVrf == want.vrfName())) {
+      lastVrf = &want.vrfName();
+      lastVrfId = agent.l3Status().vrfNameToId(want.vrfName());
+    }
+    auto const& vrfId = lastVrfId;
+    if (auto const* later = ahead.next(); !guessing && later && vrfId && later->vrfName() == want.vrfName()) {
+      chip.routePrefetch(c, static_cast<std::uint16_t>(*vrfId), later->key());
+    }
+    if (!vrfId) {
+      heldEverywhere[slot] = false;
+      continue;
+    }
+    auto const hwVrf = static_cast<std::uint16_t>(*vrfId);
+    if (want.bridge()) {
+      bool const held = boundaryKeys.contains({hwVrf, want.key(), want.acceptingVlan().value()});
+      present += held;
+      if (!held) heldEverywhere[slot] = false;
+      continue;
+    }
+    ReferenceChip::RouteEntry const* r = mayGuess && !guess.isNull() ? chip.route(c, guess) : nullptr;
+    guessing = r && r->vrfId == hwVrf && r->acceptingVlan == want.acceptingVlan() && r->key == want.key();
+    if (!guessing) r = chip.route(c, hwVrf, want.key(), want.acceptingVlan());
+    if (!r) {
+      heldEverywhere[slot] = false;
+      continue;
+    }
+    guess = MrouteLib::RouteHandle(r->handle.value() + 1);
+    ++present;
+    auto const* entry = r->oifSetIndex == 0 ? nullptr : chip.replicationEntry(c, r->oifSetIndex);
+    // The entry made for the wanted outputs, holding them or their
+    // fast-reroute form. An entry of other outputs whose rewritten form
+    // happens to be the same (a route waiting to be re-pointed, or parked,
+    // while the protected interface is down) is not the wanted one.
+    bool const asWanted = entry && entry->programmed && entry->allocatedSet() == want.outputs() &&
+                          (entry->portVlanSet == want.outputs() || entry->portVlanSet == want.outputs().withFrrApplied());
+    if (!asWanted) heldEverywhere[slot] = false;
+  }
+  return present;
+}
+
 }  // namespace
 
 std::vector<std::string> InvariantChecker::check(SimAgent const& agent, WantedRoutes const& desired) {
@@ -205,51 +281,10 @@ std::vector<std::string> InvariantChecker::check(SimAgent const& agent, WantedRo
     auto const& hwRoutes = chip.routes(c);
     auto const& hwBoundaries = chip.boundaries(c);
 
-    std::set<std::tuple<std::uint16_t, IpGenRouteKey, std::uint16_t>> boundaryKeys;
+    BoundaryKeys boundaryKeys;
     for (auto const& [h, b] : hwBoundaries) boundaryKeys.emplace(b.vrfId, b.key, b.vlan.value());
 
-    std::size_t present = 0;
-    std::size_t i = 0;
-    // Routes come by VRF: its id is looked up once per run of the same VRF.
-    L3::VrfName const* lastVrf = nullptr;
-    std::optional<Fal::VrfId> lastVrfId;
-    LookAhead ahead(desired.begin(), desired.end(), kLookAhead);
-    for (auto const& want : desired) {
-      std::size_t const slot = i++;
-      if (!lastVrf || !(*lastVrf == want.vrfName())) {
-        lastVrf = &want.vrfName();
-        lastVrfId = agent.l3Status().vrfNameToId(want.vrfName());
-      }
-      auto const& vrfId = lastVrfId;
-      if (auto const* later = ahead.next(); later && vrfId && later->vrfName() == want.vrfName()) {
-        chip.routePrefetch(c, static_cast<std::uint16_t>(*vrfId), later->key());
-      }
-      if (!vrfId) {
-        heldEverywhere[slot] = false;
-        continue;
-      }
-      auto const hwVrf = static_cast<std::uint16_t>(*vrfId);
-      if (want.bridge()) {
-        bool const held = boundaryKeys.contains({hwVrf, want.key(), want.acceptingVlan().value()});
-        present += held;
-        if (!held) heldEverywhere[slot] = false;
-        continue;
-      }
-      auto const* r = chip.route(c, hwVrf, want.key(), want.acceptingVlan());
-      if (!r) {
-        heldEverywhere[slot] = false;
-        continue;
-      }
-      ++present;
-      auto const* entry = r->oifSetIndex == 0 ? nullptr : chip.replicationEntry(c, r->oifSetIndex);
-      // The entry made for the wanted outputs, holding them or their
-      // fast-reroute form. An entry of other outputs whose rewritten form
-      // happens to be the same (a route waiting to be re-pointed, or parked,
-      // while the protected interface is down) is not the wanted one.
-      bool const asWanted = entry && entry->programmed && entry->allocatedSet() == want.outputs() &&
-                            (entry->portVlanSet == want.outputs() || entry->portVlanSet == want.outputs().withFrrApplied());
-      if (!asWanted) heldEverywhere[slot] = false;
-    }
+    std::size_t const present = wantedOnChip(agent, c, desired, boundaryKeys, heldEverywhere);
     std::size_t const held = hwRoutes.size() + hwBoundaries.size();
     if (present != held) {
       out.push_back(where + "the chip holds " + std::to_string(held - present) +
@@ -323,16 +358,16 @@ std::optional<std::string> InvariantChecker::flowFinding(MrouteLib::DesiredRoute
                                                          Netcore::IpGenAddr const& group,
                                                          Netcore::IpGenAddr const& setSource) {
   IpGenRouteKey const& key = route.key();
-  std::string const name =
-      "traffic for route [" + route.vrfName().stringValue() + "] " + key.pretty() + " is ";
+  // Made only for a finding: every flow of a set's traffic is checked.
+  auto name = [&] { return "traffic for route [" + route.vrfName().stringValue() + "] " + key.pretty() + " is "; };
   if (source.isZero() || source.af() != key.af() || !key.source().contains(source)) {
-    return name + "sent from " + source.stringValue() + ", which is not one of the route's sources";
+    return name() + "sent from " + source.stringValue() + ", which is not one of the route's sources";
   }
   if (setSource.af() == key.af() && key.source().contains(setSource) && source != setSource) {
-    return name + "sent from " + source.stringValue() + ", not from the event's source " + setSource.stringValue();
+    return name() + "sent from " + source.stringValue() + ", not from the event's source " + setSource.stringValue();
   }
   if (!key.group().contains(group)) {
-    return name + "sent to " + group.stringValue() + ", which is not one of the route's groups";
+    return name() + "sent to " + group.stringValue() + ", which is not one of the route's groups";
   }
   return std::nullopt;
 }

@@ -216,6 +216,10 @@ class ReferenceChipTables {
   // (none for a noRpf route), or null.
   RouteEntry const* route(std::uint32_t chip, std::uint16_t vrfId, IpGenRouteKey const& key,
                           Bridging::VlanIdOrNone acceptingVlan) const;
+  // Whether two routes of chip share a VRF and key (with other accepting
+  // VLANs). While none do, a route whose entry holds the VRF, key and VLAN
+  // asked for is the one route() answers with.
+  bool routeKeysShared(std::uint32_t chip) const { return chipAt(chip).routeIndex.chained(); }
   // A hint that the routes of this VRF and key on chip will be looked up soon. No effect.
   void routePrefetch(std::uint32_t chip, std::uint16_t vrfId, IpGenRouteKey const& key) const {
     chipAt(chip).routeIndex.prefetch(vrfId, key);

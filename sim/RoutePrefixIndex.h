@@ -77,6 +77,10 @@ class RoutePrefixIndex {
   // The handles programmed for exactly this key (masked as a lookup compares
   // it), or none.
   std::optional<Handles> find(std::uint16_t vrfId, Routing::Multicast::Fib::IpGenRouteKey const& key) const;
+  // Whether some key has more than one handle (routes of one key with other
+  // accepting VLANs): while none has, the entry that holds a key is the only
+  // one a lookup of that key can answer.
+  bool chained() const { return !next_.empty(); }
   // A hint that the key will be found soon: fetches its slot. No effect.
   void prefetch(std::uint16_t vrfId, Routing::Multicast::Fib::IpGenRouteKey const& key) const;
   // Appends the handles of each key of vrfId covering (source, group), most

@@ -1,7 +1,8 @@
 // Faults the invariant checker finds on its own, without a traffic
 // expectation: fast-reroute protection lost, a parked state nobody cleared,
-// a route's status that takes another set's rewritten entry for its own, set
-// traffic that does not come from the route's sources.
+// a route's status that takes another set's rewritten entry for its own, a
+// chip's table meddled with where the check walks it in order, set traffic
+// that does not come from the route's sources.
 #include "sim/InvariantChecker.h"
 
 #include <gtest/gtest.h>
@@ -17,6 +18,7 @@
 namespace {
 
 using FalSim::InvariantChecker;
+using FalSim::ReferenceChip;
 using FalSim::SimReport;
 using FalSim::SimRunner;
 using Routing::Multicast::Fib::IpGenRouteKey;
@@ -141,6 +143,121 @@ TEST_P(AnotherSetsRewrittenEntryTest, IsNotTakenForTheWantedOne) {
 
 INSTANTIATE_TEST_SUITE_P(Flavours, AnotherSetsRewrittenEntryTest, ::testing::Values("sync", "async"),
                          [](auto const& info) { return std::string(info.param); });
+
+// Eight routes the chip holds in the order they are wanted, with handles
+// counting up: the check finds each where it guesses it, after the one
+// before. Meddling with the chip's table then must be found as it would be
+// by looking every route up by key.
+struct HeldRoute {
+  MrouteLib::RouteHandle handle;
+  IpGenRouteKey key;
+  Bridging::VlanIdOrNone vlan;
+  std::uint32_t oifSetIndex;
+};
+
+struct ChipWalkCase {
+  char const* name;
+  std::function<void(ReferenceChip&, std::vector<HeldRoute> const&)> meddle;
+  std::vector<std::size_t> notHeld;  // wanted routes whose status must be found wrong
+  std::size_t stale;                 // chip routes no wanted route accounts for
+};
+
+std::ostream& operator<<(std::ostream& os, ChipWalkCase const& c) { return os << c.name; }
+
+// The route of held, programmed again (on the entry at index).
+void programAgain(ReferenceChip& chip, HeldRoute const& held, std::uint32_t index) {
+  ReferenceChip::RouteEntry e;
+  e.key = held.key;
+  e.acceptingVlan = held.vlan;
+  e.oifSetIndex = index;
+  ASSERT_FALSE(chip.routeAllocate(0, std::move(e), false, "test").isNull());
+}
+
+class ChipWalkTest : public ::testing::TestWithParam<ChipWalkCase> {};
+
+TEST_P(ChipWalkTest, FindsWhatALookupByKeyFinds) {
+  std::string routes;
+  for (int g = 1; g <= 8; ++g) {
+    routes += std::string(g > 1 ? ", " : "") + R"({"source": "10.0.0.1", "group": "239.1.1.)" + std::to_string(g) +
+              R"(", "acceptingVlan": 10, "outputs": ["Ethernet)" + std::to_string(1 + g % 2) + R"("]})";
+  }
+  SimRunner runner = runnerFor(R"({"interfaces": {"ethernet": 2, "vlans": [10]},
+    "routeSets": [{"name": "s", "routes": [)" + routes + R"(]}], "events": [{"at": 1, "do": "addRoutes", "set": "s"}]})");
+  runner.start();
+  ASSERT_TRUE(runner.step());
+  ASSERT_EQ(runner.report().violations, 0u) << runner.report().findings[0];
+  ReferenceChip& chip = runner.chip();
+  std::vector<HeldRoute> held;
+  for (auto const& want : runner.desired()) {
+    auto const* r = chip.route(0, 0, want.key(), want.acceptingVlan());
+    ASSERT_TRUE(r);
+    held.push_back({r->handle, r->key, r->acceptingVlan, r->oifSetIndex});
+    ASSERT_EQ(r->handle.value(), held.front().handle.value() + held.size() - 1);
+  }
+  ASSERT_EQ(held.size(), 8u);
+  if (GetParam().meddle) GetParam().meddle(chip, held);
+
+  std::vector<std::string> const findings = InvariantChecker().check(runner.agent(), runner.desired());
+  std::vector<std::string> statusFindings;
+  for (auto const& f : findings) {
+    if (f.find(": its status says") != std::string::npos) statusFindings.push_back(f);
+  }
+  std::vector<std::string> expected;
+  for (std::size_t i : GetParam().notHeld) {
+    expected.push_back("route [default] " + held[i].key.pretty() +
+                       ": its status says programmed, but not every chip holds it as wanted");
+  }
+  EXPECT_EQ(statusFindings, expected);
+  std::string const stale =
+      "chip 0: the chip holds " + std::to_string(GetParam().stale) + " route or boundary entries that no wanted route accounts for";
+  EXPECT_EQ(std::count(findings.begin(), findings.end(), stale), GetParam().stale > 0 ? 1 : 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Meddling, ChipWalkTest,
+    ::testing::Values(
+        ChipWalkCase{"None", nullptr, {}, 0},
+        ChipWalkCase{"RouteMissing", [](ReferenceChip& chip, auto const& held) { chip.routeDel(0, held[4].handle); },
+                     {4}, 0},
+        ChipWalkCase{"RouteOnAnotherSetsEntry",
+                     [](ReferenceChip& chip, auto const& held) {
+                       chip.routeEntryIs(0, held[4].handle, held[5].oifSetIndex, "test");
+                     },
+                     {4}, 0},
+        ChipWalkCase{"RouteNobodyWants",
+                     [](ReferenceChip& chip, auto const& held) {
+                       programAgain(chip, {{}, key("10.0.0.1", "239.1.1.99"), held[0].vlan, 0}, held[0].oifSetIndex);
+                     },
+                     {}, 1},
+        // Route 3 again, last, then a second route 4 on another set's entry
+        // right after it, where the walk guesses route 4: the first route 4
+        // programmed is the one a lookup finds, and it is as wanted.
+        ChipWalkCase{"SecondRouteOfAKeyWhereTheWalkGuesses",
+                     [](ReferenceChip& chip, auto const& held) {
+                       chip.routeDel(0, held[3].handle);
+                       programAgain(chip, held[3], held[3].oifSetIndex);
+                       programAgain(chip, held[4], held[5].oifSetIndex);
+                     },
+                     {}, 1}),
+    [](auto const& info) { return std::string(info.param.name); });
+
+// The chip's table is full for the last route of the set, which comes
+// between two the chip holds in (VRF, key) order: where the check guesses
+// it is the next route's entry, which must not be taken for it.
+TEST(InvariantCheckerTest, WantedRouteTheChipRefusedBetweenTwoItHoldsIsNotTakenForTheNext) {
+  std::string routes;
+  for (int g : {1, 2, 3, 5, 6, 7, 8, 4}) {
+    routes += std::string(g > 1 ? ", " : "") + R"({"source": "10.0.0.1", "group": "239.1.1.)" + std::to_string(g) +
+              R"(", "acceptingVlan": 10, "outputs": ["Ethernet)" + std::to_string(1 + g % 2) + R"("]})";
+  }
+  SimRunner runner = runnerFor(R"({"chips": {"routes": 7}, "interfaces": {"ethernet": 2, "vlans": [10]},
+    "routeSets": [{"name": "s", "routes": [)" + routes + R"(]}], "events": [{"at": 1, "do": "addRoutes", "set": "s"}]})");
+  runner.start();
+  ASSERT_TRUE(runner.step());
+  EXPECT_EQ(runner.agent().programmer().routesParked(), 1u);
+  EXPECT_EQ(runner.report().violations, 0u) << runner.report().findings[0];
+  EXPECT_EQ(InvariantChecker().check(runner.agent(), runner.desired()), std::vector<std::string>{});
+}
 
 struct FlowCase {
   char const* name;
