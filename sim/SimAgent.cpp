@@ -328,6 +328,10 @@ void SimAgent::stop(bool chipsSurvive) {
   incarnation_.reset();
 }
 
+void SimAgent::counterStatusWithdraw() {
+  if (counterStatus_) counterStatus_->control()->mappingDel();
+}
+
 SimAgent::RecoveryFigures SimAgent::restart() {
   RecoveryFigures figures;
   stop();

@@ -172,6 +172,11 @@ class SimAgent {
   // under the same name.
   void counterStatusNameIs(std::string name) { counterStatusName_ = std::move(name); }
   std::string const& counterStatusName() const { return counterStatusName_; }
+  // For a process that ends without taking the agent down: withdraws the
+  // published counter status as the agent's end would (its readers see the
+  // table closed, the name goes). The agent's counter status must not be
+  // used after.
+  void counterStatusWithdraw();
   Fal::VerifyData& verifyData() const { return *verifyData_; }
 
   // Tells every chip's state machine that routes changed, as the route

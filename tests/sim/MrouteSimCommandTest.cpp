@@ -1,8 +1,10 @@
 // mroute-sim as a user runs it: a bad scenario file ends with exit status 2
-// and one line naming the file, the field and what was expected; a soak
+// and one line naming the file, the field and what was expected; a run ends
+// with its report, its status and its published counters withdrawn; a soak
 // prints its summary and exits 0 when it ran clean.
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <fstream>
 #include <string>
 
@@ -90,6 +92,42 @@ TEST(MrouteSimCommandTest, LongRunIsRefusedUpFrontUnlessAskedFor) {
   MrouteSimProcess const defaultLimit = mrouteSim("-q '" + path + "'");
   EXPECT_EQ(defaultLimit.status, 0) << defaultLimit.out;
 }
+
+// However a run ends, freeing its objects or leaving them to the operating
+// system, its whole report is out, its exit status says whether it held,
+// and the counters it published are withdrawn.
+struct RunEnd {
+  char const* name;
+  char const* flags;
+  bool met;  // whether the traffic gets what it expects
+};
+
+std::ostream& operator<<(std::ostream& os, RunEnd const& r) { return os << r.name; }
+
+class RunEndTest : public ::testing::TestWithParam<RunEnd> {};
+
+TEST_P(RunEndTest, ReportsAndWithdrawsThePublishedCounters) {
+  std::string const path = ::testing::TempDir() + "end-" + GetParam().name + ".json";
+  std::ofstream(path) << R"({"name": "end", "interfaces": {"ethernet": 2, "vlans": [10]}, "counters": {"all": true},
+    "routeSets": [{"name": "s", "routes": [{"group": "239.1.1.1", "acceptingVlan": 10, "outputs": ["Ethernet1.10"]}]}],
+    "events": [{"at": 1, "do": "addRoutes", "set": "s"},
+               {"at": 2, "do": "traffic", "source": "10.0.0.1", "group": "239.1.1.1", "vlan": 10, "expect": ["Ethernet)"
+                      << (GetParam().met ? 1 : 2) << R"(.10"]}]})";
+  MrouteSimProcess const run = mrouteSim(std::string(GetParam().flags) + " '" + path + "'");
+  EXPECT_EQ(run.status, GetParam().met ? 0 : 1) << run.out;
+  EXPECT_NE(run.out.find(GetParam().met ? "\nVerdict" : "expected [Ethernet2.10]"), std::string::npos) << run.out;
+  // "counters published as sim-<pid> (/dev/shm/falmroute.sim-<pid>.counterStatus)"
+  auto const at = run.out.find("(/dev/shm/");
+  ASSERT_NE(at, std::string::npos) << run.out;
+  std::string const published = run.out.substr(at + 1, run.out.find(')', at) - at - 1);
+  EXPECT_FALSE(std::filesystem::exists(published)) << published;
+}
+
+INSTANTIATE_TEST_SUITE_P(Ends, RunEndTest,
+                         ::testing::Values(RunEnd{"Held", "", true}, RunEnd{"Broken", "", false},
+                                           RunEnd{"HeldFullTeardown", "--full-teardown", true},
+                                           RunEnd{"BrokenFullTeardown", "--full-teardown", false}),
+                         [](auto const& info) { return std::string(info.param.name); });
 
 TEST(MrouteSimCommandTest, HelpNamesTheLongRunFlagAndTheLimit) {
   MrouteSimProcess const help = mrouteSim("--help");
