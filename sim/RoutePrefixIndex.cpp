@@ -69,7 +69,7 @@ void RoutePrefixIndex::slotErase(std::size_t i) {
 }
 
 void RoutePrefixIndex::grow() {
-  std::vector<Slot> old(slots_.empty() ? 16 : 2 * slots_.size());
+  std::vector<Slot, Fal::HugePageAllocator<Slot>> old(slots_.empty() ? 16 : 2 * slots_.size());
   old.swap(slots_);
   std::size_t const mask = slots_.size() - 1;
   for (Slot const& s : old) {

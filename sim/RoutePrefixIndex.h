@@ -26,6 +26,7 @@
 #include <optional>
 #include <vector>
 
+#include "model/HugePageAllocator.h"
 #include "platform/fib/IpGenRouteKey.h"
 #include "platform/mroutelib/RouteHandle.h"
 #include "platform/net/IpGenAddr.h"
@@ -137,7 +138,7 @@ class RoutePrefixIndex {
 
   KeyOf keyOf_;
   void const* owner_;
-  std::vector<Slot> slots_;  // a power of two of them, or none
+  std::vector<Slot, Fal::HugePageAllocator<Slot>> slots_;  // a power of two of them, or none
   std::size_t used_ = 0;
   // Handle -> the next handle of the same key.
   absl::flat_hash_map<std::uint32_t, std::uint32_t> next_;
