@@ -8,6 +8,7 @@
 #include "absl/container/flat_hash_set.h"
 #include "platform/intf/IntfOperStatus.h"
 #include "sim/KernelChipLink.h"
+#include "sim/LookAhead.h"
 #include "sim/Printable.h"
 #include "sim/RouteFailure.h"
 
@@ -16,6 +17,9 @@ namespace FalSim {
 namespace {
 
 using EventKind = Scenario::EventKind;
+
+// How many flows ahead a set's traffic fetches the chip's index slot.
+constexpr std::size_t kFlowLookAhead = 8;
 using Routing::Multicast::Fib::IpGenRouteKey;
 
 std::string copiesText(std::vector<MrouteLib::PortVlan> const& copies) {
@@ -297,7 +301,17 @@ void SimRunner::traffic(Scenario::Event const& e) {
     }
   };
   if (t.set) {
-    for (auto const& r : scenario_.routeSets[*t.set].routes) {
+    auto const& routes = scenario_.routeSets[*t.set].routes;
+    // At a million routes every packet's lookup reads a cold slot of the
+    // chip's index: the slot of the route a few flows ahead is fetched while
+    // this flow is sent (its packet, from inside the route's prefixes, probes
+    // that slot for the route's own prefix lengths).
+    LookAhead ahead(routes.begin(), routes.end(), kFlowLookAhead);
+    for (auto const& r : routes) {
+      if (auto const* later = ahead.next(); later && !later->bridge()) {
+        auto const vrfId = static_cast<std::uint16_t>(scenario_.vrfId(later->vrfName()).value_or(0));
+        for (std::uint32_t c : chips) chip_->routePrefetch(c, vrfId, later->key());
+      }
       if (r.bridge()) continue;
       Netcore::IpGenAddr const source = flowSource(r.key(), t.setSource);
       Netcore::IpGenAddr const group = r.key().group().address();
@@ -523,9 +537,12 @@ void SimRunner::fillFigures() {
   r.frees = stats.frees;
   r.refusedAllocations = stats.failedAllocations + stats.failedRouteAllocations;
   r.frrRewrites = stats.inPlaceRewrites;
+  // Routes of one set usually share its outputs: each shared one is hashed
+  // once, not once per route.
+  absl::flat_hash_set<MrouteLib::PortVlanSet const*> seen;
   absl::flat_hash_set<MrouteLib::PortVlanSet> outputs;
   for (auto const& want : desired_) {
-    if (!want.bridge()) outputs.insert(want.outputs());
+    if (!want.bridge() && seen.insert(&want.outputs()).second) outputs.insert(want.outputs());
   }
   r.distinctOutputSets = outputs.size();
   r.sharingRatio = checker_.load().sharingRatio();
