@@ -17,10 +17,10 @@ namespace FalSim {
 namespace {
 
 using EventKind = Scenario::EventKind;
+using Routing::Multicast::Fib::IpGenRouteKey;
 
 // How many flows ahead a set's traffic fetches the chip's index slot.
 constexpr std::size_t kFlowLookAhead = 8;
-using Routing::Multicast::Fib::IpGenRouteKey;
 
 std::string copiesText(std::vector<MrouteLib::PortVlan> const& copies) {
   std::string out = "[";
