@@ -82,10 +82,12 @@ class FALMROUTE_EXPORT DesiredRoute {
     return none;
   }
 
+  // Ordered so that no padding is left but the end's: a generated set holds
+  // a million of these, and 96 bytes instead of 104 is 8 MB.
   L3::VrfName vrfName_;
   Routing::Multicast::Fib::IpGenRouteKey key_;
+  Netcore::IntfId acceptingIntfId_;  // fills the 4 bytes the key leaves before outputs_
   std::shared_ptr<PortVlanSet> outputs_;  // null: none
-  Netcore::IntfId acceptingIntfId_;
   Bridging::VlanIdOrNone acceptingVlan_;
   std::uint16_t rpaId_ = kRpaIdNone;
   bool bridge_ = false;
