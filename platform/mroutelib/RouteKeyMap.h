@@ -49,6 +49,37 @@ class RouteKeyMap {
     }
   };
 
+ private:
+  // The held forms and their maps come before Walk, whose members name them
+  // (a nested class's member declarations see only what precedes them).
+
+  // An IPv4 key, its addresses in host order.
+  struct NarrowKey {
+    std::uint32_t vrf = 0;
+    std::uint32_t source = 0;
+    std::uint32_t group = 0;
+    std::uint8_t sourceLen = 0;
+    std::uint8_t groupLen = 0;
+    bool sourceV4 = false;  // else the family-less empty source
+    friend bool operator==(NarrowKey const&, NarrowKey const&) = default;
+  };
+  struct WideKey {
+    std::uint32_t vrf = 0;
+    Routing::Multicast::Fib::IpGenRouteKey key;
+    friend bool operator==(WideKey const&, WideKey const&) = default;
+  };
+  static_assert(sizeof(NarrowKey) == 16 && sizeof(WideKey) == 40, "keys hold no padding but their own");
+
+  // Hashes a held key as the Id it stands for.
+  struct KeyHash {
+    RouteKeyMap const* map;
+    std::size_t operator()(NarrowKey const& k) const { return absl::Hash<Id>()(map->idOfNarrow(k)); }
+    std::size_t operator()(WideKey const& k) const { return absl::Hash<Id>()(map->idOfWide(k)); }
+  };
+  using NarrowMap = DenseRecordMap<NarrowKey, Value, KeyHash>;
+  using WideMap = DenseRecordMap<WideKey, Value, KeyHash>;
+
+ public:
   RouteKeyMap() : narrow_(KeyHash{this}), wide_(KeyHash{this}) {}
   RouteKeyMap(RouteKeyMap const&) = delete;
   RouteKeyMap& operator=(RouteKeyMap const&) = delete;
@@ -132,32 +163,6 @@ class RouteKeyMap {
   }
 
  private:
-  // An IPv4 key, its addresses in host order.
-  struct NarrowKey {
-    std::uint32_t vrf = 0;
-    std::uint32_t source = 0;
-    std::uint32_t group = 0;
-    std::uint8_t sourceLen = 0;
-    std::uint8_t groupLen = 0;
-    bool sourceV4 = false;  // else the family-less empty source
-    friend bool operator==(NarrowKey const&, NarrowKey const&) = default;
-  };
-  struct WideKey {
-    std::uint32_t vrf = 0;
-    Routing::Multicast::Fib::IpGenRouteKey key;
-    friend bool operator==(WideKey const&, WideKey const&) = default;
-  };
-  static_assert(sizeof(NarrowKey) == 16 && sizeof(WideKey) == 40, "keys hold no padding but their own");
-
-  // Hashes a held key as the Id it stands for.
-  struct KeyHash {
-    RouteKeyMap const* map;
-    std::size_t operator()(NarrowKey const& k) const { return absl::Hash<Id>()(map->idOfNarrow(k)); }
-    std::size_t operator()(WideKey const& k) const { return absl::Hash<Id>()(map->idOfWide(k)); }
-  };
-  using NarrowMap = DenseRecordMap<NarrowKey, Value, KeyHash>;
-  using WideMap = DenseRecordMap<WideKey, Value, KeyHash>;
-
   // The narrow form of id's key; none when it has none. An address of no
   // family is all zeros, and an IPv4 one zero past its first four bytes.
   static std::optional<NarrowKey> narrowOf(Id const& id) {
