@@ -7,13 +7,18 @@
 #include <cstdlib>
 #include <new>
 
+#include "platform/vex/SmallBlockPool.h"
+
 namespace HeapMeter {
 namespace {
 bool countingNow = false;
 std::int64_t live = 0;
 }  // namespace
 
-std::int64_t liveBytes() { return live; }
+std::int64_t liveBytes() {
+  Vex::SmallBlockPool const& pool = Vex::routeObjectPool();
+  return live + static_cast<std::int64_t>(pool.blockBytes()) - static_cast<std::int64_t>(pool.chunkBytes());
+}
 bool counting() { return countingNow; }
 void countingIs(bool on) { countingNow = on; }
 

@@ -2,6 +2,7 @@
 #include "platform/fib/hardware/RouteStatus.h"
 #include "platform/fib/hardware/VrfStatus.h"
 #include "platform/vex/Assert.h"
+#include "platform/vex/SmallBlockPool.h"
 
 namespace Routing::Multicast::Fib::Hardware {
 
@@ -17,6 +18,11 @@ L3::VrfName const& noVrfName() {
 }  // namespace
 
 RouteStatus::~RouteStatus() = default;
+
+static_assert(alignof(RouteStatus) <= Vex::SmallBlockPool::kGrain);
+
+void* RouteStatus::operator new(std::size_t n) { return Vex::routeObjectPool().allocate(n); }
+void RouteStatus::operator delete(void* p, std::size_t n) noexcept { Vex::routeObjectPool().deallocate(p, n); }
 
 L3::VrfName const& RouteStatus::vrfName() const { return vrf_ ? vrf_->name() : noVrfName(); }
 
