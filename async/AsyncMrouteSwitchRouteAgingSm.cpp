@@ -335,6 +335,8 @@ void AsyncMrouteSwitchRouteAgingSm::reviewRoute(RouteStatus& route, Fal::VrfId v
   } else {
     AGING_TRACE(2, "doRouteAgingReview", " No accepting vlan for the route - still check for fastdrops");
   }
+  // Most routes have no fast-drop entries: no iterator is made for them.
+  if (route.fastdropSize() == 0) return;
   for (auto fd = route.fastdropIterator(); !fd.done(); ++fd) {
     Netcore::IntfId const intf = fd.key();
     AGING_TRACE(3, "doRouteAgingReview", " Reviewing fastdrop " << intf);
