@@ -5,6 +5,7 @@
 #include <array>
 #include <compare>
 #include <cstdint>
+#include <cstring>
 #include <functional>
 #include <ostream>
 #include <string>
@@ -39,7 +40,15 @@ class FALMROUTE_EXPORT IpGenAddr {
   // Keeps the first len bits, zeroes the rest.
   IpGenAddr masked(unsigned len) const;
 
-  friend bool operator==(IpGenAddr const&, IpGenAddr const&) = default;
+  // Two words at a time: the array's own comparison is a call to memcmp, and
+  // route keys, two addresses each, are compared at every table lookup.
+  friend bool operator==(IpGenAddr const& a, IpGenAddr const& b) noexcept {
+    std::uint64_t aw[2];
+    std::uint64_t bw[2];
+    std::memcpy(aw, a.bytes_.data(), sizeof aw);
+    std::memcpy(bw, b.bytes_.data(), sizeof bw);
+    return ((aw[0] ^ bw[0]) | (aw[1] ^ bw[1])) == 0 && a.af_ == b.af_;
+  }
   friend std::strong_ordering operator<=>(IpGenAddr const& a, IpGenAddr const& b) {
     if (auto c = a.af_ <=> b.af_; c != 0) return c;
     return a.bytes_ <=> b.bytes_;
