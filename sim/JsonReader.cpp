@@ -112,7 +112,11 @@ JsonReader::Value const& JsonReader::parse(std::string_view text) {
     throw FileError(file_, at(text, deep), "JSON nested at most " + std::to_string(kMaxDepth) + " levels deep");
   }
   text_ = text;
-  doc_.Parse<rapidjson::kParseDefaultFlags>(text.data(), text.size());
+  // Numbers to the nearest double, as strtod reads them: the default parse may
+  // land a few units off for a long mantissa, and a written file, which
+  // prints the shortest text that reads back exactly, would then read back
+  // into another number.
+  doc_.Parse<rapidjson::kParseFullPrecisionFlag>(text.data(), text.size());
   if (doc_.HasParseError()) {
     throw FileError(file_, at(text, doc_.GetErrorOffset()),
                     std::string("valid JSON (") + rapidjson::GetParseError_En(doc_.GetParseError()) + ")");

@@ -2,6 +2,7 @@
 // same: the soak's reproducing files depend on it.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <string>
 
 #include "sim/ScenarioLoader.h"
@@ -48,6 +49,20 @@ INSTANTIATE_TEST_SUITE_P(Files, ScenarioWriterTest,
                                            "examples/async-frr.json", "examples/async-failures.json",
                                            "tests/sim/scenarios/always-due-clocks.json",
                                            "tests/sim/scenarios/set-traffic-prefix-sources.json"));
+
+// A number of many digits is read to the nearest double, so the shortest
+// text the writer prints for it reads back into the same number.
+TEST(ScenarioWriterNumbersTest, ManyDigitsReadToTheNearestDoubleAndBackUnchanged) {
+  std::string const digits = "0." + std::string(110, '0') + "7392445620511834114";
+  std::string const text = R"({"name": "n", "chips": {"count": 1, "routes": 16, "replicationEntries": 16, "operationCost": )" +
+                           digits + R"(}, "events": [{"at": 0.5, "do": "restart"}], "end": 1.0})";
+  Scenario const read = ScenarioLoader::parse(text, "digits.json");
+  EXPECT_EQ(read.chips.operationCost, std::strtod(digits.c_str(), nullptr));
+  std::string const written = ScenarioWriter::text(read);
+  Scenario const again = ScenarioLoader::parse(written, "written.json");
+  EXPECT_EQ(again.chips.operationCost, read.chips.operationCost);
+  EXPECT_EQ(ScenarioWriter::text(again), written);
+}
 
 // ---- shrinking ----
 
