@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "sim/ExactNumbers.h"
 #include "sim/Printable.h"
 
 namespace FalSim {
@@ -112,14 +113,18 @@ JsonReader::Value const& JsonReader::parse(std::string_view text) {
     throw FileError(file_, at(text, deep), "JSON nested at most " + std::to_string(kMaxDepth) + " levels deep");
   }
   text_ = text;
-  // Numbers to the nearest double, as strtod reads them: the default parse may
-  // land a few units off for a long mantissa, and a written file, which
-  // prints the shortest text that reads back exactly, would then read back
-  // into another number.
-  doc_.Parse<rapidjson::kParseFullPrecisionFlag>(text.data(), text.size());
-  if (doc_.HasParseError()) {
-    throw FileError(file_, at(text, doc_.GetErrorOffset()),
-                    std::string("valid JSON (") + rapidjson::GetParseError_En(doc_.GetParseError()) + ")");
+  // Numbers are converted by ExactNumbers, to the nearest double: a written
+  // file prints the shortest text that reads back exactly, and must.
+  rapidjson::Reader reader;
+  rapidjson::MemoryStream stream(text.data(), text.size());
+  auto read = [&](rapidjson::Document& doc) {
+    ExactNumbers handler(doc);
+    return !reader.Parse<rapidjson::kParseNumbersAsStringsFlag>(stream, handler).IsError();
+  };
+  doc_.Populate(read);
+  if (reader.HasParseError()) {
+    throw FileError(file_, at(text, reader.GetErrorOffset()),
+                    std::string("valid JSON (") + rapidjson::GetParseError_En(reader.GetParseErrorCode()) + ")");
   }
   refuseRepeatedFields(doc_, "");
   return doc_;

@@ -50,18 +50,30 @@ INSTANTIATE_TEST_SUITE_P(Files, ScenarioWriterTest,
                                            "tests/sim/scenarios/always-due-clocks.json",
                                            "tests/sim/scenarios/set-traffic-prefix-sources.json"));
 
+// A scenario whose chips' operation cost is written as costText.
+std::string withOperationCost(std::string const& costText) {
+  return R"({"name": "n", "chips": {"count": 1, "routes": 16, "replicationEntries": 16, "operationCost": )" + costText +
+         R"(}, "events": [{"at": 0.5, "do": "restart"}], "end": 1.0})";
+}
+
 // A number of many digits is read to the nearest double, so the shortest
 // text the writer prints for it reads back into the same number.
 TEST(ScenarioWriterNumbersTest, ManyDigitsReadToTheNearestDoubleAndBackUnchanged) {
   std::string const digits = "0." + std::string(110, '0') + "7392445620511834114";
-  std::string const text = R"({"name": "n", "chips": {"count": 1, "routes": 16, "replicationEntries": 16, "operationCost": )" +
-                           digits + R"(}, "events": [{"at": 0.5, "do": "restart"}], "end": 1.0})";
-  Scenario const read = ScenarioLoader::parse(text, "digits.json");
+  Scenario const read = ScenarioLoader::parse(withOperationCost(digits), "digits.json");
   EXPECT_EQ(read.chips.operationCost, std::strtod(digits.c_str(), nullptr));
   std::string const written = ScenarioWriter::text(read);
   Scenario const again = ScenarioLoader::parse(written, "written.json");
   EXPECT_EQ(again.chips.operationCost, read.chips.operationCost);
   EXPECT_EQ(ScenarioWriter::text(again), written);
+}
+
+// Zero written with many places or a large exponent is zero (a full-precision
+// parse once read these as tiny nonzero numbers).
+TEST(ScenarioWriterNumbersTest, ZeroOfManyDigitsIsZero) {
+  for (std::string const text : {"0." + std::string(40, '0'), std::string("0e-30"), std::string("0.0e-400")}) {
+    EXPECT_EQ(ScenarioLoader::parse(withOperationCost(text), "zero.json").chips.operationCost, 0.0) << text;
+  }
 }
 
 // ---- shrinking ----
