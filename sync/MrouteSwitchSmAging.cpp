@@ -214,9 +214,9 @@ bool MrouteSwitchSm::doRouteAgingReviewAfImpl(HwStatus& status) {
     AgingReviewPrefetch const prefetch([&sw = *mrouteSwitch_, &vlans = *intfVlanIdTable_](
                                            IpGenRouteKey const& key, RouteStatus const& rs) {
       sw.routeByKeyPrefetch(key, vlans.intfIdToVlanId(rs.acceptingIntfId()));
-      auto const* const beside = reinterpret_cast<char const*>(&rs) + sizeof(RouteStatus);
-      __builtin_prefetch(beside);
-      __builtin_prefetch(beside + sizeof(Route) - 1);
+      auto const beside = reinterpret_cast<std::uintptr_t>(&rs) + sizeof(RouteStatus);
+      __builtin_prefetch(reinterpret_cast<void const*>(beside));
+      __builtin_prefetch(reinterpret_cast<void const*>(beside + sizeof(Route) - 1));
     });
 
     for (; !routeIt.done(); ++routeIt, ++reviewed) {
