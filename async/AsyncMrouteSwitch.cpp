@@ -52,6 +52,49 @@ std::string callText(char const* op, A const&... args) {
   return os.str();
 }
 
+// The "MFGK" ring records of the route operations. A route add, bind and
+// delete each write one, so they keep their values and are formatted only
+// when the ring is read: printing a route key costs more than the rest of
+// the operation.
+using VlanValue = decltype(Bridging::VlanIdOrNone().value());
+using HandleValue = decltype(RouteHandle().value());
+
+struct RouteAllocatedRecord {
+  Routing::Multicast::Fib::IpGenRouteKey key;
+  VlanValue acceptingVlan;
+  bool bridge;
+  Fal::VrfId vrfId;
+  HandleValue handle;
+};
+void formatRouteAllocated(std::string& out, RouteAllocatedRecord const& r) {
+  RingTraceText(out) << "MFGK key " << r.key.pretty() << " acceptingVlan " << r.acceptingVlan << " vrf " << r.vrfId
+                     << " bridge " << r.bridge << " rh " << r.handle;
+}
+
+struct RouteDeletedRecord {
+  Routing::Multicast::Fib::IpGenRouteKey key;
+  VlanValue acceptingVlan;
+  Fal::VrfId vrfId;
+  HandleValue handle;
+};
+void formatRouteDeleted(std::string& out, RouteDeletedRecord const& r) {
+  RingTraceText(out) << "MFGK rh " << r.handle << " key " << r.key.pretty() << " acceptingVlan " << r.acceptingVlan
+                     << " vrf " << r.vrfId;
+}
+
+struct RouteBoundRecord {
+  HandleValue handle;
+  std::uint32_t multicastId;
+};
+void formatRouteBound(std::string& out, RouteBoundRecord const& r) {
+  RingTraceText(out) << "MFGK rh " << r.handle << " -> mt " << r.multicastId;
+}
+
+template <class T, void (*Format)(std::string&, T const&)>
+void ringRecord(std::string_view source, T const& value) {
+  if (RingTrace::enabled()) RingTrace::instance().recordValue<T, Format>(source, value);
+}
+
 AsyncMtableOifSet* asAsync(MrouteLib::MtableOifSet const* set) {
   return static_cast<AsyncMtableOifSet*>(const_cast<MrouteLib::MtableOifSet*>(set));
 }
@@ -224,11 +267,8 @@ void AsyncMrouteSwitch::doAllocateRoute(IpGenRouteKey const& routeKey, Bridging:
   notify(&Notifiee::onInUseRouteHandleKey, handle);
 
   FAL_ASYNC_TRACE(7, "rh " << handle << " -> " << routeKey);
-  // The route records read their numbers as integers and the key as its
-  // text: the ring appends those without a stream.
-  RING_TRACE("AsyncMrouteSwitch::doAllocateRoute", "MFGK key " << routeKey.pretty() << " acceptingVlan "
-                                                                << acceptingVlanId.value() << " vrf " << vrfId
-                                                                << " bridge " << bridgeAction << " rh " << handle.value());
+  ringRecord<RouteAllocatedRecord, formatRouteAllocated>(
+      "AsyncMrouteSwitch::doAllocateRoute", {routeKey, acceptingVlanId.value(), bridgeAction, vrfId, handle.value()});
   mrouteHelper_->doScheduleVerify();
 }
 
@@ -236,9 +276,8 @@ void AsyncMrouteSwitch::doDeleteRoute(RouteHandle routeHandle) {
   FAL_ASYNC_TRACE(8, callText("doDeleteRoute", routeHandle));
   InUseRouteHandleKey const key = inUseRouteHandleKey(routeHandle);
   FAL_ASYNC_TRACE(7, "rh " << routeHandle << " key " << key);
-  RING_TRACE("AsyncMrouteSwitch::doDeleteRoute", "MFGK rh " << routeHandle.value() << " key " << key.routeKey.pretty()
-                                                             << " acceptingVlan " << key.vlan.value() << " vrf "
-                                                             << key.vrfId);
+  ringRecord<RouteDeletedRecord, formatRouteDeleted>("AsyncMrouteSwitch::doDeleteRoute",
+                                                     {key.routeKey, key.vlan.value(), key.vrfId, routeHandle.value()});
   forgetRouteHandle(routeHandle);
   mrouteHelper_->doDeleteRoute(routeHandle);
   mrouteHelper_->doScheduleVerify();
@@ -398,7 +437,8 @@ AsyncMrouteSwitch::XactPtr AsyncMrouteSwitch::doSetMtableOifSet(RouteHandle rout
   FAL_ASYNC_TRACE(8, callText("doSetMtableOifSet", routeHandle, set, xact));
   VEX_ASSERT(mtableOifSet);
   FAL_ASYNC_TRACE(7, "rh " << routeHandle << " -> mt " << set->multicastId());
-  RING_TRACE("AsyncMrouteSwitch::doSetMtableOifSet", "MFGK rh " << routeHandle.value() << " -> mt " << set->multicastId());
+  ringRecord<RouteBoundRecord, formatRouteBound>("AsyncMrouteSwitch::doSetMtableOifSet",
+                                                 {routeHandle.value(), set->multicastId()});
   mrouteHelper_->doSetMtableOifSet(routeHandle, set->multicastId(), xact);
   set->usedInHwIs(true);
   mrouteHelper_->doScheduleVerify();

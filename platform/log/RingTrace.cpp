@@ -23,6 +23,7 @@ RingTrace::Slot& RingTrace::startNext(std::string_view source) {
   r.time = currentTime();
   r.literalSource = {};
   r.literalText = {};
+  r.formatValue = nullptr;
   r.source.assign(source);  // reuses the overwritten record's buffers
   return r;
 }
@@ -42,16 +43,18 @@ void RingTrace::recordView(std::string_view source, std::string_view text) {
 std::vector<RingTrace::Record> RingTrace::records() const {
   std::vector<Record> out;
   out.reserve(size_);
+  std::string scratch;
   for (std::size_t age = 0; age < size_; ++age) {
     Slot const& r = ring_[slot(age)];
-    out.push_back(Record{r.time, std::string(r.sourceText()), std::string(r.textOf())});
+    out.push_back(Record{r.time, std::string(r.sourceText()), std::string(r.textOf(scratch))});
   }
   return out;
 }
 
 bool RingTrace::contains(std::string_view text) const {
+  std::string scratch;
   for (std::size_t age = 0; age < size_; ++age)
-    if (ring_[slot(age)].textOf().find(text) != std::string_view::npos) return true;
+    if (ring_[slot(age)].textOf(scratch).find(text) != std::string_view::npos) return true;
   return false;
 }
 

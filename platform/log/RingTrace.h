@@ -12,6 +12,7 @@
 #include <charconv>
 #include <concepts>
 #include <cstddef>
+#include <cstring>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -57,7 +58,8 @@ class FALMROUTE_EXPORT RingTrace {
     r.time = currentTime();
     r.literalSource = literalSource;
     r.literalText = {};
-    r.source.clear();  // an empty literal reads as empty, not as an older source
+    r.formatValue = nullptr;
+    emptied(r.source);  // an empty literal reads as empty, not as an older source
     finishNext();
   }
   // For RING_TRACE_TEXT: a record whose source and text are both string
@@ -67,8 +69,28 @@ class FALMROUTE_EXPORT RingTrace {
     r.time = currentTime();
     r.literalSource = literalSource;
     r.literalText = literalText;
-    r.source.clear();
-    r.text.clear();
+    r.formatValue = nullptr;
+    emptied(r.source);
+    emptied(r.text);
+    finishNext();
+  }
+
+  // For the hottest paths: a record that keeps value, a copy of its bytes,
+  // and makes its text with Format(text, value) only when the ring is read,
+  // so the event costs a copy rather than the formatting. The source is a
+  // string literal, kept by address. Does not check enabled().
+  static constexpr std::size_t kValueBytes = 48;
+  template <class T, void (*Format)(std::string&, T const&)>
+    requires std::is_trivially_copyable_v<T> && (sizeof(T) <= kValueBytes) && (alignof(T) <= 8)
+  void recordValue(std::string_view literalSource, T const& value) {
+    Slot& r = ring_[head_];
+    r.time = currentTime();
+    r.literalSource = literalSource;
+    r.literalText = {};
+    emptied(r.source);
+    emptied(r.text);
+    r.formatValue = &formatValueAs<T, Format>;
+    std::memcpy(r.value, &value, sizeof(T));
     finishNext();
   }
 
@@ -85,19 +107,43 @@ class FALMROUTE_EXPORT RingTrace {
   void capacityIs(std::size_t capacity);
 
  private:
-  // A record as the ring keeps it: a literal source or text by address, any
-  // other copied (so RING_TRACE, on hot paths, copies nothing but its text,
-  // and RING_TRACE_TEXT nothing at all).
+  using FormatValue = void (*)(std::string&, unsigned char const*);
+  template <class T, void (*Format)(std::string&, T const&)>
+  static void formatValueAs(std::string& out, unsigned char const* bytes) {
+    T value;
+    std::memcpy(&value, bytes, sizeof(T));
+    Format(out, value);
+  }
+
+  // A record as the ring keeps it: a literal source or text by address, a
+  // value to format when read, any other copied (so RING_TRACE, on hot paths,
+  // copies nothing but its text, and RING_TRACE_TEXT nothing at all).
   struct Slot {
     Vex::Seconds time = 0;
-    std::string_view literalSource;  // empty when source holds the source
-    std::string_view literalText;    // empty when text holds the text
+    std::string_view literalSource;     // empty when source holds the source
+    std::string_view literalText;       // empty when text holds the text
+    FormatValue formatValue = nullptr;  // set when value holds the record
     std::string source;
     std::string text;
+    alignas(8) unsigned char value[kValueBytes];
     std::string_view sourceText() const { return literalSource.empty() ? std::string_view(source) : literalSource; }
-    std::string_view textOf() const { return literalText.empty() ? std::string_view(text) : literalText; }
+    // The text, made in scratch when the record holds a value.
+    std::string_view textOf(std::string& scratch) const {
+      if (formatValue) {
+        scratch.clear();
+        formatValue(scratch, value);
+        return scratch;
+      }
+      return literalText.empty() ? std::string_view(text) : literalText;
+    }
   };
 
+  // Empties s without touching a buffer already empty: clear() writes the
+  // terminator into it, a cold line per record once the ring's older
+  // records were formatted text.
+  static void emptied(std::string& s) {
+    if (!s.empty()) s.clear();
+  }
   std::size_t slot(std::size_t age) const { return (head_ + ring_.size() - size_ + age) % ring_.size(); }
   Slot& startNext(std::string_view source);
   void finishNext() {

@@ -121,4 +121,59 @@ TEST(RingTrace, MacroRecordsKeepTheirSourcesAcrossWrapAroundAndResizing) {
   ring.clear();
 }
 
+// A record that keeps its values is formatted only when the ring is read.
+// It shares slots with the other kinds around the ring: a value record over
+// a formatted one, and a formatted or literal one over a value record, must
+// each read back as its own.
+struct HandleEvent {
+  std::uint32_t handle;
+  std::uint16_t vlan;
+};
+int formatted = 0;
+void formatHandleEvent(std::string& out, HandleEvent const& e) {
+  ++formatted;
+  RingTraceText(out) << "rh " << e.handle << " vlan " << e.vlan;
+}
+
+TEST(RingTrace, ValueRecordsAreFormattedWhenReadAndShareSlotsWithTheOtherKinds) {
+  auto& ring = RingTrace::instance();
+  ring.clear();
+  std::size_t const capacity = ring.capacity();
+  ring.capacityIs(3);
+  formatted = 0;
+  RING_TRACE("text", "a formatted record longer than the values' text");
+  ring.recordValue<HandleEvent, formatHandleEvent>("value", {7, 10});
+  RING_TRACE_TEXT("literal", "l1");
+  ring.recordValue<HandleEvent, formatHandleEvent>("value", {8, 4094});  // over the formatted record
+  EXPECT_EQ(formatted, 0);
+  auto sources = [&] {
+    std::vector<std::string> out;
+    for (auto const& r : ring.records()) out.push_back(r.source + ":" + r.text);
+    return out;
+  };
+  EXPECT_EQ(sources(), (std::vector<std::string>{"value:rh 7 vlan 10", "literal:l1", "value:rh 8 vlan 4094"}));
+  EXPECT_TRUE(ring.contains("rh 8 vlan 4094"));
+  EXPECT_FALSE(ring.contains("rh 9"));
+  RING_TRACE("text", "t2");  // over the first value record
+  ring.record("copied", "c1");  // over the literal one
+  ring.capacityIs(4);
+  RING_TRACE_TEXT("literal", "l2");  // into a slot never written
+  EXPECT_EQ(sources(), (std::vector<std::string>{"value:rh 8 vlan 4094", "text:t2", "copied:c1", "literal:l2"}));
+  ring.recordValue<HandleEvent, formatHandleEvent>("value", {9, 1});  // over the value record
+  EXPECT_EQ(sources(), (std::vector<std::string>{"text:t2", "copied:c1", "literal:l2", "value:rh 9 vlan 1"}));
+  // Every other way of recording, over a value record.
+  ring.capacityIs(1);
+  auto overValue = [&](auto record) {
+    ring.recordValue<HandleEvent, formatHandleEvent>("value", {1, 2});
+    record();
+    return sources();
+  };
+  EXPECT_EQ(overValue([] { RING_TRACE("text", "t"); }), std::vector<std::string>{"text:t"});
+  EXPECT_EQ(overValue([&] { ring.record("copied", "c"); }), std::vector<std::string>{"copied:c"});
+  EXPECT_EQ(overValue([&] { ring.recordView("viewed", "v"); }), std::vector<std::string>{"viewed:v"});
+  EXPECT_EQ(overValue([] { RING_TRACE_TEXT("literal", "l"); }), std::vector<std::string>{"literal:l"});
+  ring.capacityIs(capacity);
+  ring.clear();
+}
+
 }  // namespace
