@@ -15,6 +15,7 @@
 #include <cstddef>
 #include <utility>
 
+#include "platform/fib/hardware/RouteStatus.h"
 #include "platform/fib/hardware/VrfStatus.h"
 
 namespace Fal {
@@ -50,11 +51,16 @@ class AgingReviewPrefetch {
   }
 
  private:
-  // The status's first two lines: its key and what the review reads.
+  // Every line of the status: its key and what the review reads, the flags
+  // past its first 64 bytes among them. A status is not aligned to a line,
+  // so its 104 bytes may span three.
   static void fetchStatus(VrfStatus::RouteColl::Member const& m) {
+    using RouteStatus = Routing::Multicast::Fib::Hardware::RouteStatus;
+    static_assert(sizeof(RouteStatus) <= 128, "three fetches reach every line of a status");
     auto const* rs = reinterpret_cast<char const*>(m.get());
     __builtin_prefetch(rs);
     __builtin_prefetch(rs + 64);
+    __builtin_prefetch(rs + sizeof(RouteStatus) - 1);
   }
 
   FetchNear fetchNear_;
