@@ -141,8 +141,8 @@ AsyncMrouteSwitchRoute const* AsyncMrouteSwitch::route(IpGenRouteKey const& key)
 }
 
 RouteHandle AsyncMrouteSwitch::inUseRouteHandle(InUseRouteHandleKey const& key) const {
-  auto it = inUseRouteHandle_.find(key);
-  return it == inUseRouteHandle_.end() ? RouteHandle::invalid() : it->second;
+  RouteHandle const* const handle = inUseRouteHandle_.find(key);
+  return handle ? *handle : RouteHandle::invalid();
 }
 
 InUseRouteHandleKey AsyncMrouteSwitch::inUseRouteHandleKey(RouteHandle handle) const {
@@ -261,7 +261,7 @@ void AsyncMrouteSwitch::doAllocateRoute(IpGenRouteKey const& routeKey, Bridging:
   if (routeChanged) notify(&Notifiee::onRoute, routeKey);
 
   if (key.routeKey != routeKey) rangeRouteKey_[handle] = routeKey;
-  inUseRouteHandle_[key] = handle;
+  inUseRouteHandle_.set(key, handle);
   notify(&Notifiee::onInUseRouteHandle, key);
   inUseRouteHandleKey_[handle] = key;
   notify(&Notifiee::onInUseRouteHandleKey, handle);
@@ -290,8 +290,8 @@ void AsyncMrouteSwitch::forgetRouteHandle(RouteHandle handle) {
   inUseRouteHandleKey_.erase(it);
   // Only while it still names this handle: the same route programmed again
   // under a newer handle keeps its entry.
-  if (auto h = inUseRouteHandle_.find(key); h != inUseRouteHandle_.end() && h->second == handle) {
-    inUseRouteHandle_.erase(h);
+  if (RouteHandle const* const h = inUseRouteHandle_.find(key); h && *h == handle) {
+    inUseRouteHandle_.erase(key);
     notify(&Notifiee::onInUseRouteHandle, key);
   }
   notify(&Notifiee::onInUseRouteHandleKey, handle);

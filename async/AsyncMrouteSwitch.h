@@ -33,6 +33,7 @@
 #include "async/AsyncMtableOifSet.h"
 #include "model/AsyncMrouteHelper.h"
 #include "model/HugePageAllocator.h"
+#include "model/LinearProbeMap.h"
 #include "model/OifSetShareTable.h"
 #include "model/RouteKeyHash.h"
 #include "model/mroute/AsyncMrouteSwitchRoute.h"
@@ -206,10 +207,9 @@ class FALMROUTE_EXPORT AsyncMrouteSwitch : public MrouteLib::AsyncSwitchChip {
   ZombieColl zombieOifSet_;
   FrrOifSetColl frrMtableOifSet_;
   FrrOifSetColl frrProcessingOifSet_;
-  absl::flat_hash_map<InUseRouteHandleKey, MrouteLib::RouteHandle, InUseRouteHandleKeyHasher,
-                      std::equal_to<InUseRouteHandleKey>,
-                      HugePageAllocator<std::pair<InUseRouteHandleKey const, MrouteLib::RouteHandle>>>
-      inUseRouteHandle_;
+  // The aging review asks for each route's handle a few routes ahead: a
+  // linearly probed table lets that fetch reach the slot the lookup reads.
+  LinearProbeMap<InUseRouteHandleKey, MrouteLib::RouteHandle, InUseRouteHandleKeyHasher> inUseRouteHandle_;
   InUseRouteHandleKeyColl inUseRouteHandleKey_;
   // The route key of each handle recorded under another key (group ranges).
   absl::flat_hash_map<MrouteLib::RouteHandle, IpGenRouteKey> rangeRouteKey_;
