@@ -3,9 +3,10 @@
 // slots, a key found by probing linearly from the slot its hash names.
 //
 // Made for lookups that a walk announces a few steps ahead: prefetch(key)
-// fetches the line of the key's home slot and the line after it, and with
-// linear probing in a table at most half full that is where the key is
-// nearly always found, so the lookup itself reads from the cache. A table
+// fetches three lines from the key's home slot on (with 48-byte slots, the
+// home slot and the two after it), and with linear probing in a table at
+// most half full that is where the key is nearly always found, so the lookup
+// itself reads from the cache. A table
 // that probes a group of control bytes first can fetch only the group and
 // its first slot, and its lookup still waits for the slot the group names.
 //
