@@ -43,8 +43,12 @@ class LinearProbeMap {
 
   // The value stored under key; null when there is none.
   Value const* find(Key const& key) const {
-    std::size_t const i = indexOf(key);
-    return i == slots_.size() ? nullptr : &slots_[i].value;
+    if (slots_.empty()) return nullptr;
+    for (std::size_t i = home(key);; i = next(i)) {
+      Slot const& s = slots_[i];
+      if (s.value.isNull()) return nullptr;
+      if (s.key == key) return &s.value;
+    }
   }
 
   // Stores value (not null) under key, replacing the value there was.
@@ -64,8 +68,12 @@ class LinearProbeMap {
 
   // Removes key's value; false when there was none.
   bool erase(Key const& key) {
-    std::size_t hole = indexOf(key);
-    if (hole == slots_.size()) return false;
+    if (slots_.empty()) return false;
+    std::size_t hole = home(key);
+    for (; !(slots_[hole].key == key); hole = next(hole)) {
+      if (slots_[hole].value.isNull()) return false;
+    }
+    if (slots_[hole].value.isNull()) return false;  // the default key, absent
     // Each key probed past the hole moves into it unless its home lies
     // cyclically after the hole, up to the key's own slot.
     for (std::size_t j = next(hole); !slots_[j].value.isNull(); j = next(j)) {
@@ -98,14 +106,6 @@ class LinearProbeMap {
     return static_cast<std::size_t>((static_cast<std::uint64_t>(hash_(key)) * 0x9E3779B97F4A7C15ULL) >> shift_);
   }
   std::size_t next(std::size_t i) const { return (i + 1) & (slots_.size() - 1); }
-  // The slot holding key; the slot count when none does.
-  std::size_t indexOf(Key const& key) const {
-    if (slots_.empty()) return 0;
-    for (std::size_t i = home(key);; i = next(i)) {
-      if (slots_[i].value.isNull()) return slots_.size();
-      if (slots_[i].key == key) return i;
-    }
-  }
 
   void grow() {
     std::size_t const capacity = slots_.empty() ? kMinCapacity : 2 * slots_.size();
