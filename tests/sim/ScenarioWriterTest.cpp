@@ -71,7 +71,7 @@ TEST(ScenarioWriterNumbersTest, ManyDigitsReadToTheNearestDoubleAndBackUnchanged
 // Zero written with many places or a large exponent is zero (a full-precision
 // parse once read these as tiny nonzero numbers).
 TEST(ScenarioWriterNumbersTest, ZeroOfManyDigitsIsZero) {
-  for (std::string const text : {"0." + std::string(40, '0'), std::string("0e-30"), std::string("0.0e-400")}) {
+  for (std::string const& text : {"0." + std::string(40, '0'), std::string("0e-30"), std::string("0.0e-400")}) {
     EXPECT_EQ(ScenarioLoader::parse(withOperationCost(text), "zero.json").chips.operationCost, 0.0) << text;
   }
 }
