@@ -17,6 +17,7 @@
 
 #include "platform/fib/hardware/RouteStatus.h"
 #include "platform/fib/hardware/VrfStatus.h"
+#include "platform/vex/Prefetch.h"
 
 namespace Fal {
 
@@ -58,9 +59,9 @@ class AgingReviewPrefetch {
     using RouteStatus = Routing::Multicast::Fib::Hardware::RouteStatus;
     static_assert(sizeof(RouteStatus) <= 128, "three fetches reach every line of a status");
     auto const* rs = reinterpret_cast<char const*>(m.get());
-    __builtin_prefetch(rs);
-    __builtin_prefetch(rs + 64);
-    __builtin_prefetch(rs + sizeof(RouteStatus) - 1);
+    Vex::prefetch(rs);
+    Vex::prefetch(rs + 64);
+    Vex::prefetch(rs + sizeof(RouteStatus) - 1);
   }
 
   FetchNear fetchNear_;

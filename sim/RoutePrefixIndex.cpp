@@ -1,5 +1,7 @@
 #include "sim/RoutePrefixIndex.h"
 
+#include "platform/vex/Prefetch.h"
+
 namespace FalSim {
 
 using MrouteLib::RouteHandle;
@@ -140,7 +142,7 @@ std::optional<RoutePrefixIndex::Handles> RoutePrefixIndex::find(std::uint16_t vr
 }
 
 void RoutePrefixIndex::prefetch(std::uint16_t vrfId, IpGenRouteKey const& key) const {
-  if (!slots_.empty()) __builtin_prefetch(&slots_[hashOf(lookupKey(vrfId, key)) & (slots_.size() - 1)]);
+  if (!slots_.empty()) Vex::prefetch(&slots_[hashOf(lookupKey(vrfId, key)) & (slots_.size() - 1)]);
 }
 
 void RoutePrefixIndex::matches(std::uint16_t vrfId, IpGenAddr const& source, IpGenAddr const& group,

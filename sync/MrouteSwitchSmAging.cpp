@@ -12,6 +12,7 @@
 #include "model/AgingReviewPrefetch.h"
 #include "platform/vex/ActivityManager.h"
 #include "platform/vex/Assert.h"
+#include "platform/vex/Prefetch.h"
 #include "sync/FalMrouteTrace.h"
 #include "sync/MrouteSwitchSm.h"
 
@@ -215,8 +216,8 @@ bool MrouteSwitchSm::doRouteAgingReviewAfImpl(HwStatus& status) {
                                            IpGenRouteKey const& key, RouteStatus const& rs) {
       sw.routeByKeyPrefetch(key, vlans.intfIdToVlanId(rs.acceptingIntfId()));
       auto const beside = reinterpret_cast<std::uintptr_t>(&rs) + sizeof(RouteStatus);
-      __builtin_prefetch(reinterpret_cast<void const*>(beside));
-      __builtin_prefetch(reinterpret_cast<void const*>(beside + sizeof(Route) - 1));
+      Vex::prefetch(reinterpret_cast<void const*>(beside));
+      Vex::prefetch(reinterpret_cast<void const*>(beside + sizeof(Route) - 1));
     });
 
     for (; !routeIt.done(); ++routeIt, ++reviewed) {

@@ -36,6 +36,7 @@
 #include <vector>
 
 #include "platform/vex/HashColl.h"
+#include "platform/vex/Prefetch.h"
 
 namespace Vex {
 
@@ -142,7 +143,7 @@ class FlatHashTable {
   bool contains(K const& key) const { return indexOf(key) != npos; }
   // A hint that key will be looked up soon: fetches its home slot. No effect.
   void prefetch(K const& key) const {
-    if (!slots_.empty()) __builtin_prefetch(&slots_[homeOf(hashOf(key))]);
+    if (!slots_.empty()) Vex::prefetch(&slots_[homeOf(hashOf(key))]);
   }
 
   bool erase(K const& key) {

@@ -15,6 +15,8 @@
 #include <utility>
 #include <vector>
 
+#include "platform/vex/Prefetch.h"
+
 namespace Vex {
 
 inline std::uint64_t mixHash(std::uint64_t h) {
@@ -202,7 +204,7 @@ class HashColl {
         // the members a few buckets on without reading them: start fetching
         // one now, so it has arrived when the walk gets there.
         if (b + kWalkPrefetch < buckets_.size()) {
-          if (Node const* ahead = buckets_[b + kWalkPrefetch]) __builtin_prefetch(ahead);
+          if (Node const* ahead = buckets_[b + kWalkPrefetch]) Vex::prefetch(ahead);
         }
         return buckets_[b];
       }
