@@ -141,8 +141,7 @@ AsyncMrouteSwitchRoute const* AsyncMrouteSwitch::route(IpGenRouteKey const& key)
 }
 
 RouteHandle AsyncMrouteSwitch::inUseRouteHandle(InUseRouteHandleKey const& key) const {
-  RouteHandle const* const handle = inUseRouteHandle_.find(key);
-  return handle ? *handle : RouteHandle::invalid();
+  return inUseRouteHandle_.find(key);
 }
 
 InUseRouteHandleKey AsyncMrouteSwitch::inUseRouteHandleKey(RouteHandle handle) const {
@@ -290,7 +289,7 @@ void AsyncMrouteSwitch::forgetRouteHandle(RouteHandle handle) {
   inUseRouteHandleKey_.erase(it);
   // Only while it still names this handle: the same route programmed again
   // under a newer handle keeps its entry.
-  if (RouteHandle const* const h = inUseRouteHandle_.find(key); h && *h == handle) {
+  if (inUseRouteHandle_.find(key) == handle) {
     inUseRouteHandle_.erase(key);
     notify(&Notifiee::onInUseRouteHandle, key);
   }

@@ -31,9 +31,9 @@
 #include <utility>
 
 #include "async/AsyncMtableOifSet.h"
+#include "async/InUseRouteHandleTable.h"
 #include "model/AsyncMrouteHelper.h"
 #include "model/HugePageAllocator.h"
-#include "model/LinearProbeMap.h"
 #include "model/OifSetShareTable.h"
 #include "model/RouteKeyHash.h"
 #include "model/mroute/AsyncMrouteSwitchRoute.h"
@@ -175,11 +175,6 @@ class FALMROUTE_EXPORT AsyncMrouteSwitch : public MrouteLib::AsyncSwitchChip {
   struct RouteKeyHasher {
     std::size_t operator()(IpGenRouteKey const& k) const { return routeKeyHash(k, 0); }
   };
-  struct InUseRouteHandleKeyHasher {
-    std::size_t operator()(InUseRouteHandleKey const& k) const {
-      return routeKeyHash(k.routeKey, k.vlan.value() | k.vrfId << 16);
-    }
-  };
 
   // Shares the live record of oifSet, or brings it back from the zombies;
   // null when it may not be shared (fixed, dirty, or the id not reusable).
@@ -207,9 +202,9 @@ class FALMROUTE_EXPORT AsyncMrouteSwitch : public MrouteLib::AsyncSwitchChip {
   ZombieColl zombieOifSet_;
   FrrOifSetColl frrMtableOifSet_;
   FrrOifSetColl frrProcessingOifSet_;
-  // The aging review asks for each route's handle a few routes ahead: a
-  // linearly probed table lets that fetch reach the slot the lookup reads.
-  LinearProbeMap<InUseRouteHandleKey, MrouteLib::RouteHandle, InUseRouteHandleKeyHasher> inUseRouteHandle_;
+  // The aging review asks for each route's handle a few routes ahead: the
+  // table's fetch reaches the slot the lookup reads, one line for most keys.
+  InUseRouteHandleTable inUseRouteHandle_;
   InUseRouteHandleKeyColl inUseRouteHandleKey_;
   // The route key of each handle recorded under another key (group ranges).
   absl::flat_hash_map<MrouteLib::RouteHandle, IpGenRouteKey> rangeRouteKey_;

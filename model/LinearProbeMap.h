@@ -3,10 +3,10 @@
 // slots, a key found by probing linearly from the slot its hash names.
 //
 // Made for lookups that a walk announces a few steps ahead: prefetch(key)
-// fetches three lines from the key's home slot on (with 48-byte slots, the
-// home slot and the two after it), and with linear probing in a table at
-// most half full that is where the key is nearly always found, so the lookup
-// itself reads from the cache. A table
+// fetches the lines of the key's home slot and the two after it (three lines
+// for 48-byte slots, one or two for 16-byte ones), and with linear probing in
+// a table at most half full that is where the key is nearly always found, so
+// the lookup itself reads from the cache. A table
 // that probes a group of control bytes first can fetch only the group and
 // its first slot, and its lookup still waits for the slot the group names.
 //
@@ -23,6 +23,7 @@
 
 #include "model/HugePageAllocator.h"
 #include "platform/vex/Assert.h"
+#include "platform/vex/Prefetch.h"
 
 namespace Fal {
 
@@ -92,13 +93,14 @@ class LinearProbeMap {
   void prefetch(Key const& key) const {
     if (slots_.empty()) return;
     auto const* at = reinterpret_cast<char const*>(&slots_[home(key)]);
-    __builtin_prefetch(at);
-    __builtin_prefetch(at + 64);
-    __builtin_prefetch(at + 128);
+    for (std::size_t offset = 0; offset < kFetchBytes; offset += 64) Vex::prefetch(at + offset);
+    if constexpr (kFetchBytes % 64 != 0) Vex::prefetch(at + kFetchBytes - 1);
   }
 
  private:
   static constexpr std::size_t kMinCapacity = 16;
+  // The home slot and the two after it.
+  static constexpr std::size_t kFetchBytes = 3 * sizeof(Slot);
 
   // The high bits of the hash times a large odd number: the low bits of a
   // hash alone may follow a key's fields too closely.
