@@ -149,14 +149,6 @@ InUseRouteHandleKey AsyncMrouteSwitch::inUseRouteHandleKey(RouteHandle handle) c
   return it == inUseRouteHandleKey_.end() ? InUseRouteHandleKey() : it->second;
 }
 
-InUseRouteHandleKey AsyncMrouteSwitch::inUseRouteHandleKeyOf(IpGenRouteKey const& routeKey, Bridging::VlanIdOrNone vlan,
-                                                             Fal::VrfId vrfId) {
-  // A route over a range of groups takes the hardware's one group-range
-  // entry, which stands for every IPv4 group.
-  bool const groupRange = routeKey.af() == Netcore::AddressFamily::ipv4 && !routeKey.group().isHost();
-  return InUseRouteHandleKey(groupRange ? IpGenRouteKey::wildcard() : routeKey, vlan, vrfId);
-}
-
 Vex::Ptr<MrouteLib::OifSet const> AsyncMrouteSwitch::mcastIdToOifSet(std::uint32_t mcastId) const {
   auto it = mcastIdToOifSet_.find(mcastId);
   return it == mcastIdToOifSet_.end() ? nullptr : it->second;

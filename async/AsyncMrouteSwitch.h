@@ -100,9 +100,19 @@ class FALMROUTE_EXPORT AsyncMrouteSwitch : public MrouteLib::AsyncSwitchChip {
   // The handle of the route with this key, accepting VLAN and VRF id; the
   // invalid handle when none.
   MrouteLib::RouteHandle inUseRouteHandle(InUseRouteHandleKey const& key) const;
-  // Starts fetching what inUseRouteHandle(key) will read first (a hint; no
-  // effect on the result), so that a walk can ask a few routes ahead.
-  void inUseRouteHandlePrefetch(InUseRouteHandleKey const& key) const { inUseRouteHandle_.prefetch(key); }
+  // The same for a route by its own key, accepting VLAN and VRF id, looked up
+  // under the key it is recorded under (inUseRouteHandleKeyOf) without
+  // making that key.
+  MrouteLib::RouteHandle inUseRouteHandle(IpGenRouteKey const& routeKey, Bridging::VlanIdOrNone vlan,
+                                          Fal::VrfId vrfId) const {
+    return inUseRouteHandle_.find(recordedRouteKey(routeKey), vlan, vrfId);
+  }
+  // Starts fetching what inUseRouteHandle(routeKey, vlan, vrfId) will read
+  // first (a hint; no effect on the result), so that a walk can ask a few
+  // routes ahead.
+  void inUseRouteHandlePrefetch(IpGenRouteKey const& routeKey, Bridging::VlanIdOrNone vlan, Fal::VrfId vrfId) const {
+    inUseRouteHandle_.prefetch(recordedRouteKey(routeKey), vlan, vrfId);
+  }
   std::size_t inUseRouteHandleSize() const { return inUseRouteHandle_.size(); }
   // What a handle stands for; the default key when the handle is not in use.
   InUseRouteHandleKey inUseRouteHandleKey(MrouteLib::RouteHandle handle) const;
@@ -113,7 +123,17 @@ class FALMROUTE_EXPORT AsyncMrouteSwitch : public MrouteLib::AsyncSwitchChip {
   // that an IPv4 key whose group is a range of groups rather than one group
   // stands as the IPv4 wildcard key (0.0.0.0/0, 224.0.0.0/4).
   static InUseRouteHandleKey inUseRouteHandleKeyOf(IpGenRouteKey const& routeKey, Bridging::VlanIdOrNone vlan,
-                                                   Fal::VrfId vrfId);
+                                                   Fal::VrfId vrfId) {
+    return InUseRouteHandleKey(recordedRouteKey(routeKey), vlan, vrfId);
+  }
+  // The route key part of that key.
+  static IpGenRouteKey const& recordedRouteKey(IpGenRouteKey const& routeKey) {
+    // A route over a range of groups takes the hardware's one group-range
+    // entry, which stands for every IPv4 group.
+    static IpGenRouteKey const groupRangeKey = IpGenRouteKey::wildcard();
+    bool const groupRange = routeKey.af() == Netcore::AddressFamily::ipv4 && !routeKey.group().isHost();
+    return groupRange ? groupRangeKey : routeKey;
+  }
 
   // ---- groups ----
   // The OIF set programmed under a multicast id, or null.

@@ -172,8 +172,7 @@ Vex::Seconds AsyncMrouteSwitchRouteAgingSm::lastRoutePollTime(FalHelper::AsyncMr
                                                               IpGenRouteKey const& routeKey, Bridging::VlanIdOrNone vlan,
                                                               Fal::VrfId vrfId) {
   FAL_ASYNC_TRACE(3, "AsyncMrouteSwitchRouteAgingSm" << "::" << "lastRoutePollTime" << "()");
-  MrouteLib::RouteHandle const handle =
-      mrouteSwitch.inUseRouteHandle(AsyncMrouteSwitch::inUseRouteHandleKeyOf(routeKey, vlan, vrfId));
+  MrouteLib::RouteHandle const handle = mrouteSwitch.inUseRouteHandle(routeKey, vlan, vrfId);
   if (handle.isNull()) {
     FAL_ASYNC_TRACE(3, "RouteHandle not found for the route: " << routeKey << ", vlan: " << vlan);
     return 0;
@@ -286,7 +285,7 @@ void AsyncMrouteSwitchRouteAgingSm::doRouteAgingReview() {
       if (rs.flags() & RouteStatus::kFlagsMask) return;
       Bridging::VlanIdOrNone const vlan = vlanOf(rs.acceptingIntfId());
       if (vlan.isNone() && !rs.pollWithoutVlan()) return;
-      mrouteSwitch_->inUseRouteHandlePrefetch(AsyncMrouteSwitch::inUseRouteHandleKeyOf(key, vlan, vrfId));
+      mrouteSwitch_->inUseRouteHandlePrefetch(key, vlan, vrfId);
     });
     prefetch.prime(routeIt);
     for (; !routeIt.done(); ++routeIt) {

@@ -29,15 +29,21 @@ class InUseRouteHandleTable {
   bool empty() const { return size() == 0; }
 
   // The handle recorded under key; the invalid handle when none.
-  MrouteLib::RouteHandle find(InUseRouteHandleKey const& key) const {
+  MrouteLib::RouteHandle find(InUseRouteHandleKey const& key) const { return find(key.routeKey, key.vlan, key.vrfId); }
+  // The same for the key of these parts, made whole only when it has no
+  // packed form (the aging review looks up every route this way).
+  MrouteLib::RouteHandle find(Routing::Multicast::Fib::IpGenRouteKey const& routeKey, Bridging::VlanIdOrNone vlan,
+                              Fal::VrfId vrfId) const {
     NarrowKey narrow;
-    MrouteLib::RouteHandle const* const h = narrowOf(key, narrow) ? narrow_.find(narrow) : wide_.find(key);
+    MrouteLib::RouteHandle const* const h = narrowOf(routeKey, vlan, vrfId, narrow)
+                                                ? narrow_.find(narrow)
+                                                : wide_.find(InUseRouteHandleKey(routeKey, vlan, vrfId));
     return h ? *h : MrouteLib::RouteHandle::invalid();
   }
   // Records handle (not the invalid one) under key, replacing the one there was.
   void set(InUseRouteHandleKey const& key, MrouteLib::RouteHandle handle) {
     NarrowKey narrow;
-    if (narrowOf(key, narrow)) {
+    if (narrowOf(key.routeKey, key.vlan, key.vrfId, narrow)) {
       narrow_.set(narrow, handle);
     } else {
       wide_.set(key, handle);
@@ -46,15 +52,17 @@ class InUseRouteHandleTable {
   // Removes key's handle; false when there was none.
   bool erase(InUseRouteHandleKey const& key) {
     NarrowKey narrow;
-    return narrowOf(key, narrow) ? narrow_.erase(narrow) : wide_.erase(key);
+    return narrowOf(key.routeKey, key.vlan, key.vrfId, narrow) ? narrow_.erase(narrow) : wide_.erase(key);
   }
-  // Starts fetching what find(key) will read first (a hint; no effect).
-  void prefetch(InUseRouteHandleKey const& key) const {
+  // Starts fetching what find() will read first (a hint; no effect).
+  void prefetch(InUseRouteHandleKey const& key) const { prefetch(key.routeKey, key.vlan, key.vrfId); }
+  void prefetch(Routing::Multicast::Fib::IpGenRouteKey const& routeKey, Bridging::VlanIdOrNone vlan,
+                Fal::VrfId vrfId) const {
     NarrowKey narrow;
-    if (narrowOf(key, narrow)) {
+    if (narrowOf(routeKey, vlan, vrfId, narrow)) {
       narrow_.prefetch(narrow);
     } else {
-      wide_.prefetch(key);
+      wide_.prefetch(InUseRouteHandleKey(routeKey, vlan, vrfId));
     }
   }
 
@@ -87,10 +95,11 @@ class InUseRouteHandleTable {
 
   // Whether key has a narrow form, and that form in out. An IPv4 address
   // holds zeros past its first four bytes, so its first word is all of it.
-  static bool narrowOf(InUseRouteHandleKey const& key, NarrowKey& out) {
-    Netcore::IpGenPrefix const& group = key.routeKey.group();
-    if (group.af() != Netcore::AddressFamily::ipv4 || group.len() != 32 || key.vrfId > kMaxNarrowVrfId) return false;
-    Netcore::IpGenPrefix const& source = key.routeKey.source();
+  static bool narrowOf(Routing::Multicast::Fib::IpGenRouteKey const& routeKey, Bridging::VlanIdOrNone vlan,
+                       Fal::VrfId vrfId, NarrowKey& out) {
+    Netcore::IpGenPrefix const& group = routeKey.group();
+    if (group.af() != Netcore::AddressFamily::ipv4 || group.len() != 32 || vrfId > kMaxNarrowVrfId) return false;
+    Netcore::IpGenPrefix const& source = routeKey.source();
     std::uint32_t shape;
     if (source.af() == Netcore::AddressFamily::ipv4 && source.len() == 32) {
       shape = kSourceHost;
@@ -103,7 +112,7 @@ class InUseRouteHandleTable {
     }
     out.source = firstWord(source.address());
     out.group = firstWord(group.address());
-    out.rest = key.vlan.value() | shape << 12 | key.vrfId << 16;
+    out.rest = vlan.value() | shape << 12 | vrfId << 16;
     return true;
   }
 

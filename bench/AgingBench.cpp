@@ -215,10 +215,15 @@ void BM_AsyncAgingSlice(benchmark::State& state) {
   FalBench::CpuStopwatch sync;
   for (auto _ : state) {
     w.am.advanceBy(1.0);  // each pass stamps a new time
+    a.hooks->activityReads = 0;
     async.start();
     a.review();
     async.stop();
     state.PauseTiming();
+    if (a.hooks->activityReads != routes) {
+      state.SkipWithError("the asynchronous review did not find every route's handle");
+      break;
+    }
     if (!syncReview(w, sync)) {
       state.SkipWithError("the synchronous review did not complete in one slice");
       break;

@@ -2,7 +2,9 @@
 // The asynchronous flavour's no-op hooks for the benches: every hook that
 // would program hardware returns at once (sequential multicast ids and route
 // handles, no transactions, nothing stored), so a figure is the library's own
-// cost. hit: what routeLastAccessedTime answers, the current time or never.
+// cost. hit: what routeLastAccessedTime answers, the current time or never;
+// activityReads: how many times it was asked (an aging review asks once for
+// each route whose handle it found).
 #include <cstdint>
 
 #include "model/AsyncMrouteHelper.h"
@@ -15,6 +17,7 @@ class AsyncNoopHooks : public FalHelper::AsyncMrouteHelper {
   AsyncNoopHooks() : AsyncMrouteHelper("async-noop-hooks", nullptr, nullptr) {}
 
   bool hit = false;
+  std::uint64_t activityReads = 0;
 
   std::uint32_t doAllocateSharableMulticastGroup(MrouteLib::RouteKeyInfo const&, OifSetPtr, XactPtr, bool) override {
     return nextMcastId_++;
@@ -32,6 +35,7 @@ class AsyncNoopHooks : public FalHelper::AsyncMrouteHelper {
   XactPtr doGetXactForIngress(MrouteLib::RouteHandle) override { return nullptr; }
   void doDeleteRoute(MrouteLib::RouteHandle) override {}
   Vex::Seconds routeLastAccessedTime(MrouteLib::RouteHandle) override {
+    ++activityReads;
     return hit ? Vex::ActivityManager::current()->now() : 0.0;
   }
 

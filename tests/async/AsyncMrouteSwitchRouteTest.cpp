@@ -118,6 +118,7 @@ TEST_F(AsyncRouteTest, OlderHandleOfTheSameRouteGoingLeavesTheNewerOneFindable) 
   RouteHandle const newer = rig.addRoute(k1);
   rig.sw->doDeleteRoute(older);
   EXPECT_EQ(rig.sw->inUseRouteHandle(recorded(k1)), newer);
+  EXPECT_EQ(rig.sw->inUseRouteHandle(k1, Bridging::VlanIdOrNone(10), Rig::kRedVrfId), newer);
   EXPECT_EQ(rig.sw->inUseRouteHandleKey(newer), recorded(k1));
   EXPECT_TRUE(rig.sw->route(k1));
 }
@@ -130,6 +131,11 @@ TEST_F(AsyncRouteTest, GroupRangeRouteIsRecordedUnderTheWildcardKeyAndItsOwnRout
   EXPECT_EQ(rig.sw->inUseRouteHandle(wildcard), h);
   EXPECT_EQ(Fal::Mroute::AsyncMrouteSwitch::inUseRouteHandleKeyOf(range, Bridging::VlanIdOrNone(10), Rig::kRedVrfId),
             wildcard);
+  // The aging review asks by the route's own key: the range finds the wildcard's handle.
+  EXPECT_EQ(rig.sw->inUseRouteHandle(range, Bridging::VlanIdOrNone(10), Rig::kRedVrfId), h);
+  EXPECT_EQ(rig.sw->inUseRouteHandle(Rig::key("0.0.0.0/0", "238.0.0.0/8"), Bridging::VlanIdOrNone(10), Rig::kRedVrfId),
+            h);
+  EXPECT_EQ(rig.sw->inUseRouteHandle(range, Bridging::VlanIdOrNone(20), Rig::kRedVrfId), RouteHandle::invalid());
   // One group is recorded as itself, IPv6 ranges too.
   auto const v6Range = Rig::key("::/0", "ff3e::/16");
   EXPECT_EQ(Fal::Mroute::AsyncMrouteSwitch::inUseRouteHandleKeyOf(v6Range, Bridging::VlanIdOrNone(10), 7).routeKey,
