@@ -149,7 +149,10 @@ void BM_AsyncRouteAdd(benchmark::State& state, std::uint32_t routes) {
     }
     async.stop();
     state.PauseTiming();
-    if (pop.async.sw->routeSize() != pop.routes + kBatch) state.SkipWithError("an asynchronous batch route was refused");
+    if (pop.async.sw->routeSize() != pop.routes + kBatch) {
+      state.SkipWithError("an asynchronous batch route was refused");
+      break;
+    }
     for (RouteHandle h : pop.batchHandles) pop.async.sw->doDeleteRoute(h);
     pop.batchHandles.clear();
     for (auto& s : pop.batchHeld) s = nullptr;
@@ -158,7 +161,10 @@ void BM_AsyncRouteAdd(benchmark::State& state, std::uint32_t routes) {
       pop.batchHandles.push_back(pop.sync.addRoute(pop.batchKeys[j], pop.batchSets[j]));
     }
     sync.stop();
-    if (pop.sync.sw->routeSize() != pop.routes + kBatch) state.SkipWithError("a synchronous batch route was refused");
+    if (pop.sync.sw->routeSize() != pop.routes + kBatch) {
+      state.SkipWithError("a synchronous batch route was refused");
+      break;
+    }
     for (RouteHandle h : pop.batchHandles) pop.sync.deleteRoute(h);
     pop.batchHandles.clear();
     state.ResumeTiming();

@@ -110,6 +110,7 @@ TEST_F(AsyncRouteTest, RouteEntryStaysWhileAnotherHandleOfItsKeyIsInUse) {
   EXPECT_EQ(rig.sw->inUseRouteHandle(recorded(k1, 20, Rig::kBlueVrfId)), blue);
   rig.sw->doDeleteRoute(blue);
   EXPECT_EQ(rig.sw->route(k1), nullptr);
+  EXPECT_EQ(rig.sw->routeSize(), 0u);
   EXPECT_EQ(rig.sw->inUseRouteHandleSize(), 0u);
 }
 
