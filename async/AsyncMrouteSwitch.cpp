@@ -145,8 +145,8 @@ RouteHandle AsyncMrouteSwitch::inUseRouteHandle(InUseRouteHandleKey const& key) 
 }
 
 InUseRouteHandleKey AsyncMrouteSwitch::inUseRouteHandleKey(RouteHandle handle) const {
-  auto it = inUseRouteHandleKey_.find(handle);
-  return it == inUseRouteHandleKey_.end() ? InUseRouteHandleKey() : it->second;
+  HandleRecord const* const r = inUseRouteHandleKey_.find(handle.value());
+  return r ? r->key : InUseRouteHandleKey();
 }
 
 Vex::Ptr<MrouteLib::OifSet const> AsyncMrouteSwitch::mcastIdToOifSet(std::uint32_t mcastId) const {
@@ -242,7 +242,7 @@ void AsyncMrouteSwitch::doAllocateRoute(IpGenRouteKey const& routeKey, Bridging:
     return;
   }
   // A handle the hook hands out again without its deletion replaces its old route.
-  if (inUseRouteHandleKey_.contains(handle)) forgetRouteHandle(handle);
+  if (inUseRouteHandleKey_.contains(handle.value())) forgetRouteHandle(handle);
 
   RouteEntry& entry = route_[routeKey];
   AsyncMrouteSwitchRoute const value(routeKey, rpaIndex);
@@ -254,7 +254,7 @@ void AsyncMrouteSwitch::doAllocateRoute(IpGenRouteKey const& routeKey, Bridging:
   if (key.routeKey != routeKey) rangeRouteKey_[handle] = routeKey;
   inUseRouteHandle_.set(key, handle);
   notify(&Notifiee::onInUseRouteHandle, key);
-  inUseRouteHandleKey_[handle] = key;
+  inUseRouteHandleKey_.insert(handle.value(), HandleRecord{true, key});
   notify(&Notifiee::onInUseRouteHandleKey, handle);
 
   FAL_ASYNC_TRACE(7, "rh " << handle << " -> " << routeKey);
@@ -275,10 +275,9 @@ void AsyncMrouteSwitch::doDeleteRoute(RouteHandle routeHandle) {
 }
 
 void AsyncMrouteSwitch::forgetRouteHandle(RouteHandle handle) {
-  auto it = inUseRouteHandleKey_.find(handle);
-  if (it == inUseRouteHandleKey_.end()) return;
-  InUseRouteHandleKey const key = it->second;
-  inUseRouteHandleKey_.erase(it);
+  HandleRecord const record = inUseRouteHandleKey_.extract(handle.value());
+  if (!record.held) return;
+  InUseRouteHandleKey const& key = record.key;
   // Only while it still names this handle: the same route programmed again
   // under a newer handle keeps its entry.
   if (inUseRouteHandle_.find(key) == handle) {

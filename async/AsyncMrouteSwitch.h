@@ -25,14 +25,17 @@
 #include <absl/container/btree_map.h>
 #include <absl/container/flat_hash_map.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <utility>
+#include <vector>
 
 #include "async/AsyncMtableOifSet.h"
 #include "async/InUseRouteHandleTable.h"
 #include "model/AsyncMrouteHelper.h"
+#include "model/DenseIdMap.h"
 #include "model/HugePageAllocator.h"
 #include "model/OifSetShareTable.h"
 #include "model/RouteKeyHash.h"
@@ -77,7 +80,6 @@ class FALMROUTE_EXPORT AsyncMrouteSwitch : public MrouteLib::AsyncSwitchChip {
   // member holds its OIF set, so a key never outlives its object.
   using FrrOifSetColl = Vex::OrderedColl<OifSet const*, Vex::Ptr<OifSet const>, OifSet::BySerial>;
   using ZombieColl = Vex::OrderedColl<ZombieKey, Vex::Ptr<AsyncMtableOifSet>>;
-  using InUseRouteHandleKeyColl = absl::btree_map<MrouteLib::RouteHandle, InUseRouteHandleKey>;
 
   AsyncMrouteSwitch(Vex::Name name, Vex::Ptr<RoutingHwRouteStatus const> routingHwRouteStatus,
                     Vex::Ptr<FalHelper::AsyncMrouteHelper> mrouteHelper);
@@ -117,8 +119,17 @@ class FALMROUTE_EXPORT AsyncMrouteSwitch : public MrouteLib::AsyncSwitchChip {
   // What a handle stands for; the default key when the handle is not in use.
   InUseRouteHandleKey inUseRouteHandleKey(MrouteLib::RouteHandle handle) const;
   std::size_t inUseRouteHandleKeySize() const { return inUseRouteHandleKey_.size(); }
-  // In handle order.
-  InUseRouteHandleKeyColl const& inUseRouteHandleKeys() const { return inUseRouteHandleKey_; }
+  // Calls f(handle, key) for every handle in use, in handle order; f must
+  // not change the switch.
+  template <class F>
+  void forEachInUseRouteHandleKey(F&& f) const {
+    std::vector<std::pair<std::uint32_t, InUseRouteHandleKey const*>> held;
+    held.reserve(inUseRouteHandleKey_.size());
+    inUseRouteHandleKey_.forEach(
+        [&held](std::uint32_t handle, HandleRecord const& r) { held.emplace_back(handle, &r.key); });
+    std::sort(held.begin(), held.end());
+    for (auto const& [handle, key] : held) f(MrouteLib::RouteHandle(handle), *key);
+  }
   // The key under which a route is recorded: the route key unchanged, except
   // that an IPv4 key whose group is a range of groups rather than one group
   // stands as the IPv4 wildcard key (0.0.0.0/0, 224.0.0.0/4).
@@ -186,6 +197,14 @@ class FALMROUTE_EXPORT AsyncMrouteSwitch : public MrouteLib::AsyncSwitchChip {
   void mtableOifSetGone(AsyncMtableOifSet const* set);
 
  private:
+  // What a handle in use stands for. Held comes first and marks the record
+  // (the handle table's empty slots are default records), so that the
+  // default key, which names no route, can still be recorded.
+  struct HandleRecord {
+    bool held = false;
+    InUseRouteHandleKey key;
+    friend bool operator==(HandleRecord const&, HandleRecord const&) = default;
+  };
   struct RouteEntry {
     AsyncMrouteSwitchRoute route;
     std::uint32_t handles = 0;  // in-use handles programmed with this key
@@ -225,7 +244,8 @@ class FALMROUTE_EXPORT AsyncMrouteSwitch : public MrouteLib::AsyncSwitchChip {
   // The aging review asks for each route's handle a few routes ahead: the
   // table's fetch reaches the slot the lookup reads, one line for most keys.
   InUseRouteHandleTable inUseRouteHandle_;
-  InUseRouteHandleKeyColl inUseRouteHandleKey_;
+  // By handle; chips hand handles out mostly dense, so in pages of them.
+  DenseIdMap<HandleRecord> inUseRouteHandleKey_;
   // The route key of each handle recorded under another key (group ranges).
   absl::flat_hash_map<MrouteLib::RouteHandle, IpGenRouteKey> rangeRouteKey_;
   bool deleted_ = false;

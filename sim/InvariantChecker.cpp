@@ -139,7 +139,7 @@ void asyncChipFindings(SimAgent const& agent, std::uint32_t c, std::vector<std::
 
   auto const& hwRoutes = chip.routes(c);
   auto const& hwBoundaries = chip.boundaries(c);
-  for (auto const& [handle, key] : sw.inUseRouteHandleKeys()) {
+  sw.forEachInUseRouteHandleKey([&](MrouteLib::RouteHandle handle, Fal::Mroute::InUseRouteHandleKey const& key) {
     Fal::Mroute::InUseRouteHandleKey hw;
     if (auto const* r = chip.route(c, handle)) {
       hw = Fal::Mroute::AsyncMrouteSwitch::inUseRouteHandleKeyOf(r->key, r->acceptingVlan, r->vrfId);
@@ -150,7 +150,7 @@ void asyncChipFindings(SimAgent const& agent, std::uint32_t c, std::vector<std::
       os << where << "the library's route handle " << handle << " (" << key.routeKey << " vlan " << key.vlan
          << ") has no ingress entry on the chip";
       out.push_back(os.str());
-      continue;
+      return;
     }
     if (!(hw == key)) {
       std::ostringstream os;
@@ -158,7 +158,7 @@ void asyncChipFindings(SimAgent const& agent, std::uint32_t c, std::vector<std::
          << " on the chip, " << key.routeKey << " vlan " << key.vlan << " VRF " << key.vrfId << " in the library";
       out.push_back(os.str());
     }
-  }
+  });
   if (sw.inUseRouteHandleKeySize() != hwRoutes.size() + hwBoundaries.size()) {
     out.push_back(where + "the library holds " + std::to_string(sw.inUseRouteHandleKeySize()) +
                   " route handles, the chip " + std::to_string(hwRoutes.size() + hwBoundaries.size()) +

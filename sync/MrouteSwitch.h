@@ -18,6 +18,7 @@
 #include <utility>
 #include <vector>
 
+#include "model/DenseIdMap.h"
 #include "model/HugePageAllocator.h"
 #include "model/MrouteSmHelper.h"
 #include "model/MtableOifSetPtr.h"
@@ -33,7 +34,6 @@
 #include "platform/vex/Export.h"
 #include "platform/vex/OrderedColl.h"
 #include "sync/Boundary.h"
-#include "sync/DenseIdMap.h"
 #include "sync/MrouteSwitchLink.h"
 #include "sync/MtableOifSet.h"
 #include "sync/Route.h"

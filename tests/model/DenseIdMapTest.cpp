@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "sync/DenseIdMap.h"
+#include "model/DenseIdMap.h"
 
 namespace FalTest {
 namespace {
