@@ -3,6 +3,7 @@
 // kept as long as some handle of the key is in use.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -122,6 +123,37 @@ TEST_F(AsyncRouteTest, OlderHandleOfTheSameRouteGoingLeavesTheNewerOneFindable) 
   EXPECT_EQ(rig.sw->inUseRouteHandle(k1, Bridging::VlanIdOrNone(10), Rig::kRedVrfId), newer);
   EXPECT_EQ(rig.sw->inUseRouteHandleKey(newer), recorded(k1));
   EXPECT_TRUE(rig.sw->route(k1));
+}
+
+// Handles a chip hands out far apart are walked in handle order all the same
+// (the simulator's check reports in that order); even the key that names no
+// route is recorded and forgotten like any other.
+TEST_F(AsyncRouteTest, HandlesAreWalkedInOrderAndTheKeyThatNamesNoRouteIsKeptToo) {
+  std::vector<RouteHandle> made;
+  for (std::uint32_t next : {900000u, 7u, 70000u, 3000000u, 300u, 12345u}) {
+    rig.helper->nextRouteHandle = next;
+    std::string const source = "10.0.0." + std::to_string(made.size() + 1);
+    made.push_back(rig.addRoute(Rig::key(source.c_str(), "239.1.1.1")));
+  }
+  rig.routeStatus->vrfStatusIs("zero", 0);
+  rig.helper->nextRouteHandle = 50;
+  RouteHandle const none = rig.addRoute(Rig::IpGenRouteKey(), "zero", 0);
+  ASSERT_EQ(none, RouteHandle(50));
+  made.push_back(none);
+  EXPECT_EQ(rig.sw->inUseRouteHandleKey(none), InUseRouteHandleKey());
+
+  std::vector<RouteHandle> walked;
+  rig.sw->forEachInUseRouteHandleKey([&](RouteHandle h, InUseRouteHandleKey const& key) {
+    walked.push_back(h);
+    EXPECT_EQ(key, rig.sw->inUseRouteHandleKey(h));
+  });
+  std::sort(made.begin(), made.end());
+  EXPECT_EQ(walked, made);
+
+  for (RouteHandle h : made) rig.sw->doDeleteRoute(h);
+  EXPECT_EQ(rig.sw->inUseRouteHandleKeySize(), 0u);
+  EXPECT_EQ(rig.sw->inUseRouteHandleSize(), 0u);
+  EXPECT_EQ(rig.sw->routeSize(), 0u);
 }
 
 TEST_F(AsyncRouteTest, GroupRangeRouteIsRecordedUnderTheWildcardKeyAndItsOwnRouteEntry) {
