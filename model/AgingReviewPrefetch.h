@@ -56,12 +56,7 @@ class AgingReviewPrefetch {
   // past its first 64 bytes among them. A status is not aligned to a line,
   // so its 104 bytes may span three.
   static void fetchStatus(VrfStatus::RouteColl::Member const& m) {
-    using RouteStatus = Routing::Multicast::Fib::Hardware::RouteStatus;
-    static_assert(sizeof(RouteStatus) <= 128, "three fetches reach every line of a status");
-    auto const* rs = reinterpret_cast<char const*>(m.get());
-    Vex::prefetch(rs);
-    Vex::prefetch(rs + 64);
-    Vex::prefetch(rs + sizeof(RouteStatus) - 1);
+    Vex::prefetchBytes<sizeof(Routing::Multicast::Fib::Hardware::RouteStatus)>(m.get());
   }
 
   FetchNear fetchNear_;

@@ -92,9 +92,7 @@ class LinearProbeMap {
   // Starts fetching what find(key) will read first (a hint; no effect).
   void prefetch(Key const& key) const {
     if (slots_.empty()) return;
-    auto const* at = reinterpret_cast<char const*>(&slots_[home(key)]);
-    for (std::size_t offset = 0; offset < kFetchBytes; offset += 64) Vex::prefetch(at + offset);
-    if constexpr (kFetchBytes % 64 != 0) Vex::prefetch(at + kFetchBytes - 1);
+    Vex::prefetchBytes<kFetchBytes>(&slots_[home(key)]);
   }
 
  private:

@@ -215,9 +215,7 @@ bool MrouteSwitchSm::doRouteAgingReviewAfImpl(HwStatus& status) {
     AgingReviewPrefetch const prefetch([&sw = *mrouteSwitch_, &vlans = *intfVlanIdTable_](
                                            IpGenRouteKey const& key, RouteStatus const& rs) {
       sw.routeByKeyPrefetch(key, vlans.intfIdToVlanId(rs.acceptingIntfId()));
-      auto const beside = reinterpret_cast<std::uintptr_t>(&rs) + sizeof(RouteStatus);
-      Vex::prefetch(reinterpret_cast<void const*>(beside));
-      Vex::prefetch(reinterpret_cast<void const*>(beside + sizeof(Route) - 1));
+      Vex::prefetchBytes<sizeof(Route)>(reinterpret_cast<char const*>(&rs) + sizeof(RouteStatus));
     });
 
     for (; !routeIt.done(); ++routeIt, ++reviewed) {
