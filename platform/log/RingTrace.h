@@ -52,14 +52,13 @@ class FALMROUTE_EXPORT RingTrace {
   // (RingTraceText empties it); commitNext then writes the record with a
   // source that is a string literal (kept by address, not copied). Between
   // the two nothing else may record. Neither checks enabled().
-  std::string& nextText() { return ring_[head_].text; }
+  std::string& nextText() { return copies_[head_].text; }
   void commitNext(std::string_view literalSource) {
     Slot& r = ring_[head_];
     r.time = currentTime();
     r.literalSource = literalSource;
-    r.literalText = {};
-    r.formatValue = nullptr;
-    emptied(r.source);  // an empty literal reads as empty, not as an older source
+    r.copiedSource = false;
+    r.textKind = TextKind::copied;
     finishNext();
   }
   // For RING_TRACE_TEXT: a record whose source and text are both string
@@ -69,9 +68,8 @@ class FALMROUTE_EXPORT RingTrace {
     r.time = currentTime();
     r.literalSource = literalSource;
     r.literalText = literalText;
-    r.formatValue = nullptr;
-    emptied(r.source);
-    emptied(r.text);
+    r.copiedSource = false;
+    r.textKind = TextKind::literal;
     finishNext();
   }
 
@@ -86,9 +84,8 @@ class FALMROUTE_EXPORT RingTrace {
     Slot& r = ring_[head_];
     r.time = currentTime();
     r.literalSource = literalSource;
-    r.literalText = {};
-    emptied(r.source);
-    emptied(r.text);
+    r.copiedSource = false;
+    r.textKind = TextKind::value;
     r.formatValue = &formatValueAs<T, Format>;
     std::memcpy(r.value, &value, sizeof(T));
     finishNext();
@@ -118,34 +115,42 @@ class FALMROUTE_EXPORT RingTrace {
   // A record as the ring keeps it: a literal source or text by address, a
   // value to format when read, any other copied (so RING_TRACE, on hot paths,
   // copies nothing but its text, and RING_TRACE_TEXT nothing at all).
+  //
+  // The events that record are the hot paths of route programming, and the
+  // slot they overwrite was last written thousands of records ago, so it is
+  // seldom in cache. A record therefore only writes its slot and never reads
+  // it (a load that misses holds the event up; a store waits in the store
+  // buffer), and a slot is 104 bytes rather than the 160 it took with its
+  // strings. Copied texts live apart, in copies_, and are left in place when
+  // a record of another kind takes their slot: the kinds say which of the
+  // slot's fields hold the record. (Slots aligned to whole lines, 128 bytes,
+  // made the share lookup's bench slower, not faster.)
+  enum class TextKind : unsigned char { literal, copied, value };
   struct Slot {
     Vex::Seconds time = 0;
-    std::string_view literalSource;     // empty when source holds the source
-    std::string_view literalText;       // empty when text holds the text
-    FormatValue formatValue = nullptr;  // set when value holds the record
+    std::string_view literalSource;     // the source, unless copiedSource
+    std::string_view literalText;       // the text of a TextKind::literal record
+    FormatValue formatValue = nullptr;  // formats value, for TextKind::value
+    bool copiedSource = false;          // the source is the copy in copies_
+    TextKind textKind = TextKind::literal;
+    alignas(8) unsigned char value[kValueBytes];
+  };
+  static_assert(sizeof(Slot) == 104, "a record writes 104 bytes: keep new fields out of the hot slot");
+  struct Copies {
     std::string source;
     std::string text;
-    alignas(8) unsigned char value[kValueBytes];
-    std::string_view sourceText() const { return literalSource.empty() ? std::string_view(source) : literalSource; }
-    // The text, made in scratch when the record holds a value.
-    std::string_view textOf(std::string& scratch) const {
-      if (formatValue) {
-        scratch.clear();
-        formatValue(scratch, value);
-        return scratch;
-      }
-      return literalText.empty() ? std::string_view(text) : literalText;
-    }
   };
 
-  // Empties s without touching a buffer already empty: clear() writes the
-  // terminator into it, a cold line per record once the ring's older
-  // records were formatted text.
-  static void emptied(std::string& s) {
-    if (!s.empty()) s.clear();
+  std::string_view sourceOf(std::size_t at) const {
+    Slot const& r = ring_[at];
+    return r.copiedSource ? std::string_view(copies_[at].source) : r.literalSource;
   }
+  // The text, made in scratch when the record holds a value.
+  std::string_view textOf(std::size_t at, std::string& scratch) const;
+
   std::size_t slot(std::size_t age) const { return (head_ + ring_.size() - size_ + age) % ring_.size(); }
-  Slot& startNext(std::string_view source);
+  // Starts a record with a copied source and text; returns its text buffer.
+  std::string& startCopied(std::string_view source);
   void finishNext() {
     if (++head_ == ring_.size()) head_ = 0;
     if (size_ < ring_.size()) ++size_;
@@ -159,6 +164,7 @@ class FALMROUTE_EXPORT RingTrace {
   static inline std::string scratch_;
   friend class RingTraceText;
   std::vector<Slot> ring_;
+  std::vector<Copies> copies_;  // beside ring_, slot for slot
   std::size_t head_ = 0;  // where the next record goes
   std::size_t size_ = 0;
   std::size_t recorded_ = 0;
@@ -231,7 +237,7 @@ class FALMROUTE_EXPORT RingTraceText {
   RingTraceText& operator<<(I v) {
     char buf[24];
     auto r = std::to_chars(buf, buf + sizeof buf, v);
-    out_.append(buf, r.ptr);
+    out_.append(buf, static_cast<std::size_t>(r.ptr - buf));
     return *this;
   }
   template <class T>

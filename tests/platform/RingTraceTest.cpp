@@ -172,6 +172,18 @@ TEST(RingTrace, ValueRecordsAreFormattedWhenReadAndShareSlotsWithTheOtherKinds) 
   EXPECT_EQ(overValue([&] { ring.record("copied", "c"); }), std::vector<std::string>{"copied:c"});
   EXPECT_EQ(overValue([&] { ring.recordView("viewed", "v"); }), std::vector<std::string>{"viewed:v"});
   EXPECT_EQ(overValue([] { RING_TRACE_TEXT("literal", "l"); }), std::vector<std::string>{"literal:l"});
+  // And every kind whose source is a literal, over a record whose source and
+  // text were copied (the copies stay behind in the slot; they must not show).
+  auto overCopied = [&](auto record) {
+    ring.record("copied source", "copied text");
+    record();
+    return sources();
+  };
+  EXPECT_EQ(overCopied([] { RING_TRACE("text", "t"); }), std::vector<std::string>{"text:t"});
+  EXPECT_EQ(overCopied([] { RING_TRACE_TEXT("literal", "l"); }), std::vector<std::string>{"literal:l"});
+  EXPECT_EQ(overCopied([&] { ring.recordValue<HandleEvent, formatHandleEvent>("value", {3, 4}); }),
+            std::vector<std::string>{"value:rh 3 vlan 4"});
+  EXPECT_EQ(overCopied([] { RING_TRACE_TEXT("", ""); }), std::vector<std::string>{":"});
   ring.capacityIs(capacity);
   ring.clear();
 }
