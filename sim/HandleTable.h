@@ -26,6 +26,7 @@
 #include <vector>
 
 #include "platform/mroutelib/RouteHandle.h"
+#include "platform/vex/Prefetch.h"
 
 namespace FalSim {
 
@@ -102,6 +103,12 @@ class HandleTable {
     return e.handle.isNull() ? nullptr : &e;
   }
   bool contains(RouteHandle handle) const { return find(handle) != nullptr; }
+  // Starts fetching the entry of handle, if its page exists, without reading
+  // the entry (a hint; no effect).
+  void prefetch(RouteHandle handle) const {
+    if (Page const* p = page(handle.value() >> kPageBits))
+      Vex::prefetchBytes<sizeof(Entry)>(&p->slot[handle.value() & (kPageSize - 1)]);
+  }
 
   // Stores entry under its own handle, which must be valid and free.
   Entry& insert(Entry entry) {

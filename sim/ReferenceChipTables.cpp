@@ -448,6 +448,7 @@ bool ReferenceChipTables::hitBit(std::uint32_t chip, std::uint16_t vrfId, IpGenR
   if (!c.hitsSinceClear) return false;
   auto const handles = c.routeIndex.find(vrfId, key);
   if (!handles) return false;
+  hitAsked(c, *c.routes.find(*handles->begin()));
   for (RouteHandle h : *handles) {
     RouteEntry const& r = *c.routes.find(h);
     if (fastdrop) {
@@ -457,6 +458,23 @@ bool ReferenceChipTables::hitBit(std::uint32_t chip, std::uint16_t vrfId, IpGenR
     }
   }
   return false;
+}
+
+// An aging pass asks for the hit bits of a million routes one after the
+// other, each a lookup by key (an index slot, then the entry it names: two
+// reads from memory, the second waiting for the first), and every pass asks
+// in the same order (the FIB status's). So each entry remembers which route
+// was asked for after it, and a question fetches the index slot of the next
+// route and the entry of the one after that (whose own fetch, one question
+// earlier, brought in the next route's key for the slot's hash). A pass
+// after routes changed only fetches some lines for nothing.
+void ReferenceChipTables::hitAsked(Chip const& c, RouteEntry const& r) {
+  if (RouteEntry const* last = c.routes.find(c.lastAsked)) last->nextAsked = r.handle;
+  c.lastAsked = r.handle;
+  RouteEntry const* next = c.routes.find(r.nextAsked);
+  if (!next) return;
+  c.routeIndex.prefetch(next->vrfId, next->key);
+  c.routes.prefetch(next->nextAsked);
 }
 
 void ReferenceChipTables::hitBitsClear(std::uint32_t chip) {

@@ -116,11 +116,15 @@ class ReferenceChipTables {
     std::uint16_t vrfId = 0;
     IpGenRouteKey key;
     Bridging::VlanIdOrNone acceptingVlan;
-    bool noRpf = false;
-    bool fastdrop = false;
+    bool noRpf : 1 = false;
+    bool fastdrop : 1 = false;
+    bool hit : 1 = false;
     std::uint16_t rpaId = 0;
     std::uint32_t oifSetIndex = 0;  // 0: programmed without a replication entry
-    bool hit = false;
+    // The route whose hit bit was asked for right after this one's, at the
+    // last aging pass that asked (see hitAsked). A hint only: it may name a
+    // route gone since, or none.
+    mutable RouteHandle nextAsked;
     // When the route last forwarded (the event loop's time); 0 when never.
     Vex::Seconds lastAccess = 0;
     // VLANs on which the fast-drop entry of a fastdrop route was hit; null
@@ -359,6 +363,8 @@ class ReferenceChipTables {
     // Whether a packet may have set a hit bit since the last clear: a read
     // of an idle chip's bits then needs no lookup.
     bool hitsSinceClear = false;
+    // The route whose hit bit was asked for last.
+    mutable RouteHandle lastAsked;
   };
 
   // Indexes found through Chip::byIndex (below: a table's indexes are the
@@ -376,6 +382,9 @@ class ReferenceChipTables {
   // Consumes one injected failure of t, if any.
   static bool injectedFailure(Chip& c, Table t);
   RouteHandle allocateHandle(Chip& c);
+  // Notes that r's hit bit is asked for, and fetches what the next questions
+  // will read.
+  static void hitAsked(Chip const& c, RouteEntry const& r);
   // Adds delta to the route count of entry index (0: none).
   void entryRefIs(Chip& c, std::uint32_t chip, std::uint32_t index, int delta, char const* op, RouteEntry const& r);
   void countTraffic(RouteEntry const& r, std::uint32_t bytes);

@@ -154,7 +154,9 @@ TEST_F(ReferenceChipTablesTest, KeyIndexFindsEveryHeldKeyThroughGrowthAndScrambl
     for (std::uint32_t g = 0; g < kRoutes; ++g) {
       auto const* r = tables_.route(0, kVrf, sg(g), VlanIdOrNone(10));
       ASSERT_EQ(r != nullptr, held[g]) << when << ": group " << g;
-      if (r) EXPECT_EQ(r->handle, handles[g]) << when << ": group " << g;
+      if (r) {
+        EXPECT_EQ(r->handle, handles[g]) << when << ": group " << g;
+      }
     }
   };
   expectIndexMatchesHeld("all added");

@@ -360,6 +360,45 @@ TEST_F(ReferenceChipTest, TrafficSetsHitBitsUntilTheCacheIsCleared) {
   EXPECT_FALSE(chip_->mrouteHitBit(0, kVrf, key, vlan(30), true));
 }
 
+// Each entry remembers which route's bit was asked for after it, to fetch
+// ahead at the next pass. Passes that ask in another order, after routes
+// were removed (hints naming them) and another made, must still get each
+// route's own bit, and the hint must not touch the flags packed beside it.
+TEST_F(ReferenceChipTest, HitBitsStayEachRoutesOwnWhateverOrderTheyAreAskedIn) {
+  chip_ = Vex::make<ReferenceChip>("ref", 1, ReferenceChip::Capacity{16, 3, 3});
+  chip_->handleMulticastRouting(true);
+  std::uint32_t const index = allocate({"Ethernet1.100"});
+  std::vector<std::string> groups;
+  std::vector<RouteHandle> handles;
+  for (int i = 0; i < 8; ++i) {
+    groups.push_back("239.1.1." + std::to_string(i + 1));
+    handles.push_back(route(sg("10.0.0.1", groups.back().c_str()), 10, index, i % 2 == 0));
+  }
+  // Sends to the routes in sent, then asks for every route's bit in order,
+  // RPF and fast-drop alike; returns which answered hit.
+  auto pass = [&](std::vector<int> const& sent, std::vector<int> const& order) {
+    for (int i : sent) send("10.0.0.1", groups[i].c_str(), 10);
+    send("10.0.0.1", groups[0].c_str(), 30);  // RPF fails on the fast-drop route 0
+    std::string answers(groups.size(), '.');
+    for (int i : order) {
+      auto const key = sg("10.0.0.1", groups[i].c_str());
+      if (chip_->mrouteHitBit(0, kVrf, key, vlan(10), false)) answers[i] = 'h';
+      if (chip_->mrouteHitBit(0, kVrf, key, vlan(30), true)) answers[i] = answers[i] == 'h' ? 'b' : 'f';
+    }
+    chip_->mrouteHitBitCacheClear(0);
+    return answers;
+  };
+  EXPECT_EQ(pass({1, 2, 5}, {0, 1, 2, 3, 4, 5, 6, 7}), "fhh..h..");
+  EXPECT_EQ(pass({1, 2, 5}, {0, 1, 2, 3, 4, 5, 6, 7}), "fhh..h..");
+  EXPECT_EQ(pass({0, 7}, {7, 6, 5, 4, 3, 2, 1, 0}), "b......h");
+  for (int i : {2, 3}) chip_->doDeleteMroute(0, kVrf, handles[static_cast<std::size_t>(i)], nullptr);
+  groups[2] = "239.2.2.2";
+  route(sg("10.0.0.1", groups[2].c_str()), 10, index, true);
+  EXPECT_EQ(pass({2, 3, 4}, {3, 1, 4, 2, 0, 6, 5, 7}), "f.h.h...") << "route 3 is gone, route 2 another";
+  EXPECT_EQ(pass({}, {0, 1, 2, 3, 4, 5, 6, 7}), "f.......");
+  EXPECT_EQ(pass({2, 6}, {6, 2, 0}), "f.h...h.");
+}
+
 TEST_F(ReferenceChipTest, CountersCountTrafficSinceTheLastRead) {
   auto const key = sg("10.0.0.1", "239.1.1.1");
   auto const wildcard = IpGenRouteKey::wildcard();
