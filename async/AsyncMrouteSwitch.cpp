@@ -187,9 +187,9 @@ void AsyncMrouteSwitch::frrProcessingOifSetDel(OifSet const* oifSet) {
   if (frrProcessingOifSet_.erase(oifSet)) notify(&Notifiee::onFrrProcessingOifSet, oifSet);
 }
 
-void AsyncMrouteSwitch::oifSetXactIs(OifSet const* oifSet, XactPtr const& xact) {
+void AsyncMrouteSwitch::oifSetXactChange(OifSet const* oifSet, XactPtr const& xact) {
   if (!xact) {
-    oifSetXactDel(oifSet);
+    if (oifSetXact_.erase(oifSet)) notify(&Notifiee::onOifSetXact, oifSet);
     return;
   }
   auto [it, inserted] = oifSetXact_.try_emplace(oifSet, xact);
@@ -198,11 +198,6 @@ void AsyncMrouteSwitch::oifSetXactIs(OifSet const* oifSet, XactPtr const& xact) 
     it->second = xact;
   }
   notify(&Notifiee::onOifSetXact, oifSet);
-}
-
-void AsyncMrouteSwitch::oifSetXactDel(OifSet const* oifSet) {
-  // Every share lookup without a transaction comes here: no hashing then.
-  if (!oifSetXact_.empty() && oifSetXact_.erase(oifSet)) notify(&Notifiee::onOifSetXact, oifSet);
 }
 
 void AsyncMrouteSwitch::mtableOifSetGone(AsyncMtableOifSet const* set) {

@@ -223,8 +223,14 @@ class FALMROUTE_EXPORT AsyncMrouteSwitch : public MrouteLib::AsyncSwitchChip {
   // Drops a handle's two entries; its route key's entry in route goes with
   // the key's last handle.
   void forgetRouteHandle(MrouteLib::RouteHandle handle);
-  void oifSetXactIs(OifSet const* oifSet, XactPtr const& xact);
-  void oifSetXactDel(OifSet const* oifSet);
+  // The transaction that writes oifSet's group; a null one forgets it. Every
+  // share lookup without a transaction comes here: while no set has one, this
+  // is a test, not a call and a hash.
+  void oifSetXactIs(OifSet const* oifSet, XactPtr const& xact) {
+    if (xact || !oifSetXact_.empty()) oifSetXactChange(oifSet, xact);
+  }
+  void oifSetXactDel(OifSet const* oifSet) { oifSetXactIs(oifSet, nullptr); }
+  void oifSetXactChange(OifSet const* oifSet, XactPtr const& xact);
   Vex::Seconds now() const;
 
   Vex::Ptr<RoutingHwRouteStatus const> routingHwRouteStatus_;
