@@ -343,46 +343,58 @@ AsyncMrouteSwitch::XactPtr AsyncMrouteSwitch::doAllocateMtableOifSet(MrouteLib::
   bool const fixed = mrouteHelper_->needFixedOifSet(routeKeyType);
   Vex::Ptr<AsyncMtableOifSet> set = fixed ? nullptr : shareMtableOifSet(oifSet.get());
   if (!set) {
-    std::uint32_t const mcastId =
-        fixed ? mrouteHelper_->doAllocateFixedMulticastGroup(oifSet, blockingXact, presetMulticastId)
-              : mrouteHelper_->doAllocateSharableMulticastGroup(routeKeyInfo, oifSet, blockingXact, frrRoute);
-    if (!mrouteHelper_->mcastIdIsValid(mcastId)) {
-      FAL_ASYNC_TRACE(2, "No free multicastId found");
-      RING_TRACE("AsyncMrouteSwitch::doAllocateMtableOifSet",
-                 " No free multicastId found. acceptingVlan " << routeKeyInfo.acceptingVlan);
-      mrouteFailureReasonIs(kFailureNoMulticastId);
-      return nullptr;
-    }
-    if (fixed) {
-      if (auto const previous = mcastIdToOifSet(mcastId)) {
-        // The group now belongs to the new record: the older one must leave it in hardware.
-        if (AsyncMtableOifSet* const older = inUseOifSet(previous.get())) {
-          FAL_ASYNC_TRACE(2, "skip delete mtable oifset " << *older);
-          older->skipDeleteIs(true);
-        } else {
-          FAL_ASYNC_TRACE(2, "Missing mtableOifSet on mcastId " << mcastId << ".  Restart init?");
-          RING_TRACE("AsyncMrouteSwitch::doAllocateMtableOifSet", " missing mtableOifSet on mcastId " << mcastId);
-        }
-      }
-    }
-    set = asyncMtableOifSetFactory(oifSet, pvs.toCpu(), mcastId, this);
-    set->routeKeyTypeIs(routeKeyType);
-    FAL_ASYNC_TRACE(7, "mtableOifSet " << *set);
-    inUseOifSet_.set(oifSet.get(), set.get());
-    notify(&Notifiee::onInUseOifSet, oifSet.get());
-    if (frrRoute && frrMtableOifSet_.set(oifSet.get(), oifSet)) notify(&Notifiee::onFrrMtableOifSet, oifSet.get());
-    if (auto [it, inserted] = mcastIdToOifSet_.try_emplace(mcastId, oifSet); inserted || it->second != oifSet) {
-      it->second = oifSet;
-      notify(&Notifiee::onMcastIdToOifSet, mcastId);
-    }
-    // A live record shared as it is came from inUseOifSet itself.
-    VEX_ASSERT_MSG(inUseOifSet(oifSet.get()) == set.get(), "mtableOifSetLocal");
+    set = newMtableOifSet(routeKeyInfo, oifSet, blockingXact, presetMulticastId, frrRoute, fixed);
+    if (!set) return nullptr;
   }
   mrouteHelper_->doScheduleVerify();
   XactPtr xact = mrouteHelper_->doGetXactForOifSet(set->multicastId());
   oifSetXactIs(oifSet.get(), xact);
   oifSetResultIs(std::move(set));
   return xact;
+}
+
+// Kept apart from the share path above, which most calls take: a group of its
+// own is made far less often, and its work (hooks, notifications, the id map)
+// would otherwise weigh on every share lookup's registers and stack.
+Vex::Ptr<AsyncMtableOifSet> AsyncMrouteSwitch::newMtableOifSet(MrouteLib::RouteKeyInfo const& routeKeyInfo,
+                                                               OifSetPtr const& oifSet, XactPtr const& blockingXact,
+                                                               std::uint32_t presetMulticastId, bool frrRoute, bool fixed) {
+  auto const routeKeyType = static_cast<Routing::Multicast::Fib::RouteKeyType>(routeKeyInfo.routeKeyType);
+  std::uint32_t const mcastId =
+      fixed ? mrouteHelper_->doAllocateFixedMulticastGroup(oifSet, blockingXact, presetMulticastId)
+            : mrouteHelper_->doAllocateSharableMulticastGroup(routeKeyInfo, oifSet, blockingXact, frrRoute);
+  if (!mrouteHelper_->mcastIdIsValid(mcastId)) {
+    FAL_ASYNC_TRACE(2, "No free multicastId found");
+    RING_TRACE("AsyncMrouteSwitch::doAllocateMtableOifSet",
+               " No free multicastId found. acceptingVlan " << routeKeyInfo.acceptingVlan);
+    mrouteFailureReasonIs(kFailureNoMulticastId);
+    return nullptr;
+  }
+  if (fixed) {
+    if (auto const previous = mcastIdToOifSet(mcastId)) {
+      // The group now belongs to the new record: the older one must leave it in hardware.
+      if (AsyncMtableOifSet* const older = inUseOifSet(previous.get())) {
+        FAL_ASYNC_TRACE(2, "skip delete mtable oifset " << *older);
+        older->skipDeleteIs(true);
+      } else {
+        FAL_ASYNC_TRACE(2, "Missing mtableOifSet on mcastId " << mcastId << ".  Restart init?");
+        RING_TRACE("AsyncMrouteSwitch::doAllocateMtableOifSet", " missing mtableOifSet on mcastId " << mcastId);
+      }
+    }
+  }
+  Vex::Ptr<AsyncMtableOifSet> set = asyncMtableOifSetFactory(oifSet, oifSet->portVlanSet().toCpu(), mcastId, this);
+  set->routeKeyTypeIs(routeKeyType);
+  FAL_ASYNC_TRACE(7, "mtableOifSet " << *set);
+  inUseOifSet_.set(oifSet.get(), set.get());
+  notify(&Notifiee::onInUseOifSet, oifSet.get());
+  if (frrRoute && frrMtableOifSet_.set(oifSet.get(), oifSet)) notify(&Notifiee::onFrrMtableOifSet, oifSet.get());
+  if (auto [it, inserted] = mcastIdToOifSet_.try_emplace(mcastId, oifSet); inserted || it->second != oifSet) {
+    it->second = oifSet;
+    notify(&Notifiee::onMcastIdToOifSet, mcastId);
+  }
+  // A live record shared as it is came from inUseOifSet itself.
+  VEX_ASSERT_MSG(inUseOifSet(oifSet.get()) == set.get(), "mtableOifSetLocal");
+  return set;
 }
 
 Vex::Ptr<AsyncMtableOifSet> AsyncMrouteSwitch::shareMtableOifSet(OifSet const* oifSet) {
