@@ -90,9 +90,11 @@ void formatRouteBound(std::string& out, RouteBoundRecord const& r) {
   RingTraceText(out) << "MFGK rh " << r.handle << " -> mt " << r.multicastId;
 }
 
-template <class T, void (*Format)(std::string&, T const&)>
-void ringRecord(std::string_view source, T const& value) {
-  if (RingTrace::enabled()) RingTrace::instance().recordValue<T, Format>(source, value);
+// Each is made in its ring slot: one built beside the operation's own fields
+// and copied in would stall on its own fresh stores.
+template <class T, void (*Format)(std::string&, T const&), class Fill>
+void ringRecord(std::string_view source, Fill&& fill) {
+  if (RingTrace::enabled()) RingTrace::instance().recordValueInPlace<T, Format>(source, std::forward<Fill>(fill));
 }
 
 AsyncMtableOifSet* asAsync(MrouteLib::MtableOifSet const* set) {
@@ -227,7 +229,10 @@ void AsyncMrouteSwitch::doAllocateRoute(IpGenRouteKey const& routeKey, Bridging:
     return;
   }
   Fal::VrfId const vrfId = vrfStatus->vrfId();
-  InUseRouteHandleKey const key = inUseRouteHandleKeyOf(routeKey, acceptingVlanId, vrfId);
+  // The handle's record is made here, long before it is copied into its
+  // table: a copy right after its fields were stored would wait for them.
+  HandleRecord const record{true, inUseRouteHandleKeyOf(routeKey, acceptingVlanId, vrfId)};
+  InUseRouteHandleKey const& key = record.key;
   inUseRouteHandle_.prefetch(key);
   RouteHandle const handle =
       mrouteHelper_->doAllocateRoute(routeKey, acceptingVlanId, bridgeAction, rpaIndex, vrfId, fastdrop);
@@ -239,22 +244,30 @@ void AsyncMrouteSwitch::doAllocateRoute(IpGenRouteKey const& routeKey, Bridging:
   // A handle the hook hands out again without its deletion replaces its old route.
   if (inUseRouteHandleKey_.contains(handle.value())) forgetRouteHandle(handle);
 
+  // Compared and written field by field, for the same reason.
   RouteEntry& entry = route_[routeKey];
-  AsyncMrouteSwitchRoute const value(routeKey, rpaIndex);
-  bool const routeChanged = entry.handles == 0 || !(entry.route == value);
-  entry.route = value;
+  bool const routeChanged = entry.handles == 0 || !(entry.route.routeKey == routeKey) || entry.route.rpaId != rpaIndex;
+  if (routeChanged) {
+    entry.route.routeKey = routeKey;
+    entry.route.rpaId = rpaIndex;
+  }
   ++entry.handles;
   if (routeChanged) notify(&Notifiee::onRoute, routeKey);
 
   if (key.routeKey != routeKey) rangeRouteKey_[handle] = routeKey;
   inUseRouteHandle_.set(key, handle);
   notify(&Notifiee::onInUseRouteHandle, key);
-  inUseRouteHandleKey_.insert(handle.value(), HandleRecord{true, key});
+  inUseRouteHandleKey_.insert(handle.value(), record);
   notify(&Notifiee::onInUseRouteHandleKey, handle);
 
   FAL_ASYNC_TRACE(7, "rh " << handle << " -> " << routeKey);
-  ringRecord<RouteAllocatedRecord, formatRouteAllocated>(
-      "AsyncMrouteSwitch::doAllocateRoute", {routeKey, acceptingVlanId.value(), bridgeAction, vrfId, handle.value()});
+  ringRecord<RouteAllocatedRecord, formatRouteAllocated>("AsyncMrouteSwitch::doAllocateRoute", [&](RouteAllocatedRecord& r) {
+    r.key = routeKey;
+    r.acceptingVlan = acceptingVlanId.value();
+    r.bridge = bridgeAction;
+    r.vrfId = vrfId;
+    r.handle = handle.value();
+  });
   mrouteHelper_->doScheduleVerify();
 }
 
@@ -262,8 +275,12 @@ void AsyncMrouteSwitch::doDeleteRoute(RouteHandle routeHandle) {
   FAL_ASYNC_TRACE(8, callText("doDeleteRoute", routeHandle));
   InUseRouteHandleKey const key = inUseRouteHandleKey(routeHandle);
   FAL_ASYNC_TRACE(7, "rh " << routeHandle << " key " << key);
-  ringRecord<RouteDeletedRecord, formatRouteDeleted>("AsyncMrouteSwitch::doDeleteRoute",
-                                                     {key.routeKey, key.vlan.value(), key.vrfId, routeHandle.value()});
+  ringRecord<RouteDeletedRecord, formatRouteDeleted>("AsyncMrouteSwitch::doDeleteRoute", [&](RouteDeletedRecord& r) {
+    r.key = key.routeKey;
+    r.acceptingVlan = key.vlan.value();
+    r.vrfId = key.vrfId;
+    r.handle = routeHandle.value();
+  });
   forgetRouteHandle(routeHandle);
   mrouteHelper_->doDeleteRoute(routeHandle);
   mrouteHelper_->doScheduleVerify();
@@ -434,8 +451,10 @@ AsyncMrouteSwitch::XactPtr AsyncMrouteSwitch::doSetMtableOifSet(RouteHandle rout
   FAL_ASYNC_TRACE(8, callText("doSetMtableOifSet", routeHandle, set, xact));
   VEX_ASSERT(mtableOifSet);
   FAL_ASYNC_TRACE(7, "rh " << routeHandle << " -> mt " << set->multicastId());
-  ringRecord<RouteBoundRecord, formatRouteBound>("AsyncMrouteSwitch::doSetMtableOifSet",
-                                                 {routeHandle.value(), set->multicastId()});
+  ringRecord<RouteBoundRecord, formatRouteBound>("AsyncMrouteSwitch::doSetMtableOifSet", [&](RouteBoundRecord& r) {
+    r.handle = routeHandle.value();
+    r.multicastId = set->multicastId();
+  });
   mrouteHelper_->doSetMtableOifSet(routeHandle, set->multicastId(), xact);
   set->usedInHwIs(true);
   mrouteHelper_->doScheduleVerify();

@@ -13,6 +13,7 @@
 #include <concepts>
 #include <cstddef>
 #include <cstring>
+#include <new>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -81,13 +82,23 @@ class FALMROUTE_EXPORT RingTrace {
   template <class T, void (*Format)(std::string&, T const&)>
     requires std::is_trivially_copyable_v<T> && (sizeof(T) <= kValueBytes) && (alignof(T) <= 8)
   void recordValue(std::string_view literalSource, T const& value) {
+    recordValueInPlace<T, Format>(literalSource, [&](T& made) { made = value; });
+  }
+
+  // The same, with the value made in the record's own bytes: fill(value) sets
+  // the fields of a value-initialized T there. A value built on the stack and
+  // copied in is read back while its narrow stores are still on their way to
+  // the cache, and that copy stalls; the fields stored in place are not read.
+  template <class T, void (*Format)(std::string&, T const&), class Fill>
+    requires std::is_trivially_copyable_v<T> && (sizeof(T) <= kValueBytes) && (alignof(T) <= 8)
+  void recordValueInPlace(std::string_view literalSource, Fill&& fill) {
     Slot& r = ring_[head_];
     r.time = currentTime();
     r.literalSource = literalSource;
     r.copiedSource = false;
     r.textKind = TextKind::value;
     r.formatValue = &formatValueAs<T, Format>;
-    std::memcpy(r.value, &value, sizeof(T));
+    fill(*::new (static_cast<void*>(r.value)) T{});
     finishNext();
   }
 

@@ -184,6 +184,16 @@ TEST(RingTrace, ValueRecordsAreFormattedWhenReadAndShareSlotsWithTheOtherKinds) 
   EXPECT_EQ(overCopied([&] { ring.recordValue<HandleEvent, formatHandleEvent>("value", {3, 4}); }),
             std::vector<std::string>{"value:rh 3 vlan 4"});
   EXPECT_EQ(overCopied([] { RING_TRACE_TEXT("", ""); }), std::vector<std::string>{":"});
+  // A value made in its slot starts from a zeroed value: a field the maker
+  // leaves alone reads as zero, not as the bytes of the value there before.
+  EXPECT_EQ(overValue([&] {
+              ring.recordValueInPlace<HandleEvent, formatHandleEvent>("made", [](HandleEvent& e) { e.handle = 5; });
+            }),
+            std::vector<std::string>{"made:rh 5 vlan 0"});
+  EXPECT_EQ(overCopied([&] {
+              ring.recordValueInPlace<HandleEvent, formatHandleEvent>("made", [](HandleEvent& e) { e.vlan = 6; });
+            }),
+            std::vector<std::string>{"made:rh 0 vlan 6"});
   ring.capacityIs(capacity);
   ring.clear();
 }
