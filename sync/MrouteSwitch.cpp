@@ -120,7 +120,7 @@ void MrouteSwitch::handleInitialized() {
 
 void MrouteSwitch::doAllocateRoute(IpGenRouteKey const& key, Bridging::VlanIdOrNone acceptingVlanId, bool bridge,
                                    Vex::Ptr<MrouteLib::MtableOifSet> mtableOifSet, bool fastdrop, bool noRpf,
-                                   std::uint16_t rpaId, L3::VrfName vrfName) {
+                                   std::uint16_t rpaId, L3::VrfName const& vrfName) {
   auto const* oifSet = static_cast<MtableOifSet const*>(mtableOifSet.get());
   FAL_SYNC_TRACE(2, "doAllocateRoute"
                         << " , Key: " << key << ", AcceptingVlanId: " << acceptingVlanId << ", Bridge: " << bridge

@@ -158,7 +158,7 @@ class FALMROUTE_EXPORT MrouteSwitch : public MrouteLib::SwitchChip {
   // MrouteLib::SwitchChip
   void doAllocateRoute(IpGenRouteKey const& key, Bridging::VlanIdOrNone acceptingVlanId, bool bridge,
                        Vex::Ptr<MrouteLib::MtableOifSet> oifSet, bool fastdrop, bool noRpf, std::uint16_t rpaId,
-                       L3::VrfName vrfName) override;
+                       L3::VrfName const& vrfName) override;
   void doSetMtableOifSet(MrouteLib::RouteHandle handle, Vex::Ptr<MrouteLib::MtableOifSet> oifSet) override;
   void doDeleteRoute(MrouteLib::RouteHandle handle) override;
   void doAllocateMtableOifSet(Vex::Ptr<MrouteLib::OifSet const> oifSet) override;

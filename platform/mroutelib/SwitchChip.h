@@ -82,7 +82,7 @@ class FALMROUTE_EXPORT SwitchChip : public Vex::Entity {
   // any interface. Leaves the handle, or invalidRouteHandle, in handleResult.
   virtual void doAllocateRoute(Routing::Multicast::Fib::IpGenRouteKey const& key, Bridging::VlanIdOrNone acceptingVlanId,
                                bool bridge, Vex::Ptr<MtableOifSet> oifSet, bool fastdrop, bool noRpf,
-                               std::uint16_t rpaId, L3::VrfName vrfName) = 0;
+                               std::uint16_t rpaId, L3::VrfName const& vrfName) = 0;
   // Re-points the route of handle to oifSet.
   virtual void doSetMtableOifSet(RouteHandle handle, Vex::Ptr<MtableOifSet> oifSet) = 0;
   virtual void doDeleteRoute(RouteHandle handle) = 0;

@@ -149,7 +149,7 @@ class MinimalSwitchChip : public SwitchChip {
  public:
   MinimalSwitchChip() : SwitchChip("chip0", 3) {}
   void doAllocateRoute(Routing::Multicast::Fib::IpGenRouteKey const&, VlanIdOrNone, bool, Vex::Ptr<MtableOifSet>, bool,
-                       bool, std::uint16_t, L3::VrfName) override {
+                       bool, std::uint16_t, L3::VrfName const&) override {
     handleResultIs(invalidRouteHandle);
   }
   void doSetMtableOifSet(RouteHandle, Vex::Ptr<MtableOifSet>) override {}

@@ -69,7 +69,7 @@ class FakeChip final : public SwitchChip {
     calls.push_back(os.str());
   }
   void doAllocateRoute(IpGenRouteKey const& key, Bridging::VlanIdOrNone vlan, bool bridge, Vex::Ptr<MtableOifSet> set,
-                       bool fastdrop, bool noRpf, std::uint16_t rpaId, L3::VrfName vrf) override {
+                       bool fastdrop, bool noRpf, std::uint16_t rpaId, L3::VrfName const& vrf) override {
     std::ostringstream os;
     os << "allocRoute " << vrf << ' ' << key << " vlan " << vlan << (bridge ? " bridge" : "")
        << (fastdrop ? " fastdrop" : "") << (noRpf ? " noRpf" : "") << " rpa " << rpaId << " set " << setName(set);
