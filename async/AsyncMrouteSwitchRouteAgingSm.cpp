@@ -281,7 +281,7 @@ void AsyncMrouteSwitchRouteAgingSm::doRouteAgingReview() {
       routeIt = vrf->routeIterator();
     }
     // Only for the routes whose handle the review will look up.
-    AgingReviewPrefetch const prefetch([this, vrfId](IpGenRouteKey const& key, RouteStatus const& rs) {
+    AgingReviewPrefetch prefetch([this, vrfId](IpGenRouteKey const& key, RouteStatus const& rs) {
       if (rs.flags() & RouteStatus::kFlagsMask) return;
       Bridging::VlanIdOrNone const vlan = vlanOf(rs.acceptingIntfId());
       if (vlan.isNone() && !rs.pollWithoutVlan()) return;

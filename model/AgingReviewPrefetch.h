@@ -45,10 +45,20 @@ class AgingReviewPrefetch {
     }
   }
 
-  // Once per route reviewed, with the review at `at`.
-  void step(VrfStatus::RouteColl::Iterator const& at) const {
-    if (auto const* far = at.peek(kFar)) fetchStatus(*far);
-    if (auto const* near = at.peek(kNear)) fetchNear_((*near)->key(), **near);
+  // Once per route reviewed, with the review at `at`, which moved one route
+  // on since the last step. The two places ahead move with it, one route a
+  // step, rather than being counted out from the review's place each time;
+  // they are found again from `at` when the collection changed.
+  void step(VrfStatus::RouteColl::Iterator const& at) {
+    if (far_.stale() || near_.stale()) {
+      far_ = at.cursor(kFar);
+      near_ = at.cursor(kNear);
+    } else {
+      far_.next();
+      near_.next();
+    }
+    if (auto const* far = far_.get()) fetchStatus(*far);
+    if (auto const* near = near_.get()) fetchNear_((*near)->key(), **near);
   }
 
  private:
@@ -60,6 +70,8 @@ class AgingReviewPrefetch {
   }
 
   FetchNear fetchNear_;
+  VrfStatus::RouteColl::Cursor far_;
+  VrfStatus::RouteColl::Cursor near_;
 };
 
 }  // namespace Fal

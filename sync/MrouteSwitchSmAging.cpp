@@ -212,7 +212,7 @@ bool MrouteSwitchSm::doRouteAgingReviewAfImpl(HwStatus& status) {
     // names (its key, then its flags). A route programmed when its status was
     // made sits right after the status in the per-route objects' pool, so
     // that is fetched too: a hint, which a route made at another time misses.
-    AgingReviewPrefetch const prefetch([&sw = *mrouteSwitch_, &vlans = *intfVlanIdTable_](
+    AgingReviewPrefetch prefetch([&sw = *mrouteSwitch_, &vlans = *intfVlanIdTable_](
                                            IpGenRouteKey const& key, RouteStatus const& rs) {
       sw.routeByKeyPrefetch(key, vlans.intfIdToVlanId(rs.acceptingIntfId()));
       Vex::prefetchBytes<sizeof(Route)>(reinterpret_cast<char const*>(&rs) + sizeof(RouteStatus));

@@ -53,6 +53,32 @@ class FlatHashTable {
 
   static constexpr std::size_t npos = ~std::size_t{0};
 
+  // A place in the slot array that runs ahead of a walk, for fetching ahead
+  // of it, moved one member at a time: a cursor kept `ahead` members in front
+  // of a walk reads about one slot per member walked, where the walk's
+  // peek(ahead) at every member reads `ahead` of them. It reads only the slot
+  // array and copies nothing, and goes stale (shows nothing) once the table
+  // changes.
+  class Cursor {
+   public:
+    Cursor() = default;
+    // Whether the table changed since the cursor was made, or it never was.
+    bool stale() const { return !table_ || table_->version_ != version_; }
+    // The member here; null when stale or past the last member.
+    Member const* get() const { return stale() || index_ == npos ? nullptr : &table_->slots_[index_].member(); }
+    void next() {
+      if (!stale() && index_ != npos) index_ = table_->nextUsed(index_ + 1);
+    }
+
+   private:
+    friend class FlatHashTable;
+    Cursor(FlatHashTable const* t, std::size_t index, std::uint64_t version)
+        : table_(t), index_(index), version_(version) {}
+    FlatHashTable const* table_ = nullptr;
+    std::size_t index_ = npos;
+    std::uint64_t version_ = 0;
+  };
+
   class Iterator {
    public:
     Iterator() = default;
@@ -79,14 +105,14 @@ class FlatHashTable {
     // table changed since the iterator last moved: a hint for fetching
     // ahead of a walk, cheaper than a second iterator (it reads only the slot
     // array and copies nothing). Valid until the table changes.
-    Member const* peek(std::size_t ahead) const {
-      if (!table_ || index_ == npos || table_->version_ != version_) return nullptr;
+    Member const* peek(std::size_t ahead) const { return cursor(ahead).get(); }
+    // A cursor on the member `ahead` members on (see Cursor); stale when the
+    // table changed since the iterator last moved.
+    Cursor cursor(std::size_t ahead) const {
+      if (!table_ || index_ == npos || table_->version_ != version_) return Cursor();
       std::size_t i = index_;
-      for (std::size_t n = 0; n < ahead; ++n) {
-        i = table_->nextUsed(i + 1);
-        if (i == npos) return nullptr;
-      }
-      return &table_->slots_[i].member();
+      for (std::size_t n = 0; n < ahead && i != npos; ++n) i = table_->nextUsed(i + 1);
+      return Cursor(table_, i, version_);
     }
 
    private:

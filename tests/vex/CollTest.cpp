@@ -253,4 +253,39 @@ TEST(FlatHashCollTest, PeekShowsTheMembersAheadUntilTheCollectionChanges) {
   }
 }
 
+// A cursor made `ahead` members in front of a walk and moved one member per
+// step shows what peek(ahead) shows at every step, to the end; a change to
+// the collection makes it stale until it is made again.
+TEST(FlatHashCollTest, CursorsMovedWithAWalkShowWhatPeekShows) {
+  Vex::FlatHashColl<int, int> c;
+  for (int k = 0; k < 300; k += 3) c.set(k, k + 1);  // free slots between the members
+  for (std::size_t ahead : {0u, 1u, 4u, 8u}) {
+    auto it = c.iterator();
+    auto cursor = it.cursor(ahead);
+    std::size_t steps = 0;
+    for (; !it.done(); ++it, cursor.next(), ++steps) {
+      ASSERT_FALSE(cursor.stale());
+      auto const* want = it.peek(ahead);
+      auto const* got = cursor.get();
+      ASSERT_EQ(got == nullptr, want == nullptr) << steps << "+" << ahead;
+      if (got) {
+        EXPECT_EQ(got, want) << steps << "+" << ahead;
+      }
+    }
+    EXPECT_EQ(steps, c.size());
+    EXPECT_EQ(cursor.get(), nullptr);
+  }
+  auto it = c.iterator();
+  auto cursor = it.cursor(4);
+  ASSERT_NE(cursor.get(), nullptr);
+  c.set(1, 2);
+  EXPECT_TRUE(cursor.stale());
+  EXPECT_EQ(cursor.get(), nullptr);
+  cursor.next();
+  EXPECT_EQ(cursor.get(), nullptr);
+  ++it;
+  EXPECT_FALSE(it.cursor(4).stale());
+  EXPECT_TRUE((Vex::FlatHashColl<int, int>::Cursor().stale()));
+}
+
 }  // namespace
