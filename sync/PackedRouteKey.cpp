@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 
+#include <bit>
 #include <cstring>
 
 #include "model/RouteKeyHash.h"
@@ -22,7 +23,7 @@ using KeyHash::load8;
 PackedRouteKey::PackedRouteKey(IpGenRouteKey const& key, bool own) {
   // A prefix packs when its address has nothing past its first four bytes
   // and it is IPv4, or the all-zero address of no family.
-  auto packPrefix = [](IpGenPrefix const& p, std::uint8_t* addr, std::uint8_t& len) {
+  auto packPrefix = [](IpGenPrefix const& p, std::uint32_t& addr, std::uint8_t& len) {
     IpGenAddr const& a = p.address();
     std::uint8_t const* b = a.bytes().data();
     std::uint32_t mid;
@@ -35,10 +36,21 @@ PackedRouteKey::PackedRouteKey(IpGenRouteKey const& key, bool own) {
     } else {
       return false;
     }
-    std::memcpy(addr, b, 4);
+    std::memcpy(&addr, b, 4);
     return true;
   };
-  if (packPrefix(key.source(), bytes_, bytes_[8]) && packPrefix(key.group(), bytes_ + 4, bytes_[9])) return;
+  std::uint32_t source = 0;
+  std::uint32_t group = 0;
+  if (packPrefix(key.source(), source, bytes_[8]) && packPrefix(key.group(), group, bytes_[9])) {
+    // Both addresses in one store: hashing and comparing read them as one
+    // word, and a word read back from two narrower stores just made waits
+    // until they have reached the cache.
+    std::uint64_t const word = std::endian::native == std::endian::little
+                                   ? std::uint64_t{source} | std::uint64_t{group} << 32
+                                   : std::uint64_t{source} << 32 | std::uint64_t{group};
+    std::memcpy(bytes_, &word, sizeof word);
+    return;
+  }
   IpGenRouteKey const* block = own ? new IpGenRouteKey(key) : &key;
   std::memcpy(bytes_, &block, sizeof block);
   bytes_[8] = own ? kOwned : 0;
