@@ -233,7 +233,8 @@ void AsyncMrouteSwitch::doAllocateRoute(IpGenRouteKey const& routeKey, Bridging:
   // table: a copy right after its fields were stored would wait for them.
   HandleRecord const record{true, inUseRouteHandleKeyOf(routeKey, acceptingVlanId, vrfId)};
   InUseRouteHandleKey const& key = record.key;
-  inUseRouteHandle_.prefetch(key);
+  // Hashed from the caller's key, not from the copy just made.
+  inUseRouteHandle_.prefetch(recordedRouteKey(routeKey), acceptingVlanId, vrfId);
   RouteHandle const handle =
       mrouteHelper_->doAllocateRoute(routeKey, acceptingVlanId, bridgeAction, rpaIndex, vrfId, fastdrop);
   routeHandleIs(handle);
