@@ -247,7 +247,8 @@ void AsyncMrouteSwitch::doAllocateRoute(IpGenRouteKey const& routeKey, Bridging:
 
   // Compared and written field by field, for the same reason.
   RouteEntry& entry = route_[routeKey];
-  bool const routeChanged = entry.handles == 0 || !(entry.route.routeKey == routeKey) || entry.route.rpaId != rpaIndex;
+  bool const routeChanged =
+      entry.handles == 0 || !(entry.route.routeKey == routeKey) || entry.route.rpaId != rpaIndex;
   if (routeChanged) {
     entry.route.routeKey = routeKey;
     entry.route.rpaId = rpaIndex;
@@ -262,13 +263,14 @@ void AsyncMrouteSwitch::doAllocateRoute(IpGenRouteKey const& routeKey, Bridging:
   notify(&Notifiee::onInUseRouteHandleKey, handle);
 
   FAL_ASYNC_TRACE(7, "rh " << handle << " -> " << routeKey);
-  ringRecord<RouteAllocatedRecord, formatRouteAllocated>("AsyncMrouteSwitch::doAllocateRoute", [&](RouteAllocatedRecord& r) {
+  auto const allocated = [&](RouteAllocatedRecord& r) {
     r.key = routeKey;
     r.acceptingVlan = acceptingVlanId.value();
     r.bridge = bridgeAction;
     r.vrfId = vrfId;
     r.handle = handle.value();
-  });
+  };
+  ringRecord<RouteAllocatedRecord, formatRouteAllocated>("AsyncMrouteSwitch::doAllocateRoute", allocated);
   mrouteHelper_->doScheduleVerify();
 }
 
@@ -376,7 +378,8 @@ AsyncMrouteSwitch::XactPtr AsyncMrouteSwitch::doAllocateMtableOifSet(MrouteLib::
 // would otherwise weigh on every share lookup's registers and stack.
 Vex::Ptr<AsyncMtableOifSet> AsyncMrouteSwitch::newMtableOifSet(MrouteLib::RouteKeyInfo const& routeKeyInfo,
                                                                OifSetPtr const& oifSet, XactPtr const& blockingXact,
-                                                               std::uint32_t presetMulticastId, bool frrRoute, bool fixed) {
+                                                               std::uint32_t presetMulticastId, bool frrRoute,
+                                                               bool fixed) {
   auto const routeKeyType = static_cast<Routing::Multicast::Fib::RouteKeyType>(routeKeyInfo.routeKeyType);
   std::uint32_t const mcastId =
       fixed ? mrouteHelper_->doAllocateFixedMulticastGroup(oifSet, blockingXact, presetMulticastId)

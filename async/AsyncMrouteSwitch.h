@@ -221,8 +221,8 @@ class FALMROUTE_EXPORT AsyncMrouteSwitch : public MrouteLib::AsyncSwitchChip {
   // A record with a group of its own (fixed, or sharable and new); null, with
   // the failure reason set, when no group id is free.
   Vex::Ptr<AsyncMtableOifSet> newMtableOifSet(MrouteLib::RouteKeyInfo const& routeKeyInfo, OifSetPtr const& oifSet,
-                                               XactPtr const& blockingXact, std::uint32_t presetMulticastId, bool frrRoute,
-                                               bool fixed);
+                                               XactPtr const& blockingXact, std::uint32_t presetMulticastId,
+                                               bool frrRoute, bool fixed);
   void resurrect(AsyncMtableOifSet& set);
   void freeMtableOifSet(AsyncMtableOifSet& set);
   // Drops a handle's two entries; its route key's entry in route goes with
